@@ -1,0 +1,3 @@
+openSimData demo.raw
+displayAnalysis
+done

@@ -1,0 +1,10 @@
+#include "analysis/settings.h"
+
+namespace analysis {
+
+ProcessSettings& processSettings() {
+  static ProcessSettings settings;
+  return settings;
+}
+
+}  // namespace analysis

@@ -1,0 +1,171 @@
+#pragma once
+// The analysis session: the state that commands share and the command handlers. Handlers
+// are declared here and defined in the subsystem that owns the command (*Commands.cpp).
+
+#include <cstdio>
+#include <ctime>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "analysis/netlist.h"
+#include "analysis/voltageData.h"
+#include "simdata/resultsReader.h"
+
+class zeVsrc;
+class kraDBNetwork;
+
+/// The words of one command line after the command word; handlers receive null when the
+/// line has none and treat it like an empty list.
+using ArgList = simdata::StringVector;
+
+/// Argument i of a possibly absent list, or null.
+const char* argAt(const ArgList* args, size_t i);
+
+/// Closes a C stream when it goes out of scope.
+struct FileCloser {
+  void operator()(FILE* file) const {
+    if (file != nullptr) {
+      std::fclose(file);
+    }
+  }
+};
+using FilePtr = std::unique_ptr<FILE, FileCloser>;
+
+/// Message severities of out_log.
+enum Severity : int { kInfo = 0, kWarning = 1, kError = 2, kStatus = 3, kPlain = 4 };
+
+/// The program name that messages start with.
+inline constexpr const char* kProgramName = "kra2";
+
+class zeAnalyzeNetlist {
+ public:
+  zeAnalyzeNetlist();
+  ~zeAnalyzeNetlist();
+  zeAnalyzeNetlist(const zeAnalyzeNetlist&) = delete;
+  zeAnalyzeNetlist& operator=(const zeAnalyzeNetlist&) = delete;
+
+  // --- session, log and interpreter ---
+  int init(const char* cmdFileName, const char* logFileName, bool noFiles);
+  void out_log(int severity, const char* text, bool echo);
+  /// Formats into the shared message buffer and logs it.
+  void logMsg(int severity, bool echo, const char* format, ...)
+      __attribute__((format(printf, 4, 5)));
+  void report_time(const char* name);
+  void printLastError();
+  static char* getLogBuf();
+  int processCommandFile();
+  void collectInput();
+  void processCleanup();
+  void setDataType(zeNetlist::eSimDataType type) { dataType = type; }
+  void setACAnalysis(bool on);
+  /// The interpreter's ignore setting for the command file being read.
+  int currentIgnoreSign() const { return ignoreSign_; }
+  /// Logs that a command's handler is not part of this build.
+  int logUnavailable(const char* command);
+
+  // --- simulation data ---
+  int processOpenSimDataCmd(const ArgList* args);
+  int processSelectAnalysisCmd(const ArgList* args);
+  int processDisplayAnalysisCmd(const ArgList* args);
+  int processDisplaySignalCmd(const ArgList* args);
+  int processSaveTemperatureCmd(const ArgList* args, double& temperatureOut);
+  void getStartStopTimeRange(const simdata::Sweep* sweep);
+  void getTimeRangeIndices(const simdata::Value* waveform, int& startIndex, int& stopIndex);
+  int processCreateNetlistCmd(const ArgList* args);
+  int processSaveAnalysisInfoCmd(const ArgList* args, std::vector<std::string>& info);
+
+  // --- instance analysis ---
+  int processLoadNetlistCmd(const ArgList* args);
+  void getVoltageDiff(const simdata::ValueArray* values, int idx1, int idx2, voltageData& out);
+  void getVoltageDiff(const simdata::ValueArray* values, int idx1, int idx2, voltageData& out,
+                      zeInstance inst, int ignoreSign, int orientation, int& direction,
+                      double ref);
+  void getMaxAvgRmsDiff(int start, int stop, const simdata::DataVector* x,
+                        const simdata::DataVector* y, voltageData& out, zeInstance inst,
+                        int ignoreSign, int orientation, int& direction, double ref);
+  void getMaxAvgRmsDiffNew(const simdata::DataVector* x1, const simdata::DataVector* x2,
+                           const simdata::DataVector* y1, const simdata::DataVector* y2,
+                           voltageData& out, zeInstance inst, int ignoreSign, int orientation,
+                           int& direction);
+  void getACDutyRatio(const simdata::DataVector* x1, const simdata::DataVector* x2,
+                      const simdata::DataVector* y1, const simdata::DataVector* y2,
+                      double& dutySum, double peakTime, double& pulseWidth, voltageData& out);
+  void addPwcAcEData(PwcAcEDataList* list, const kraDB::PwcAcEData& record);
+  int processRunCmd(const ArgList* args, int ignoreSign);
+  std::unique_ptr<simdata::SignalList> getNetlistSignals(int first, int count,
+                                                         std::vector<zeInstance>& list);
+  int analyseNetlist(int first, int count, std::vector<zeInstance>& list,
+                     const simdata::SignalList* signals, int ignoreSign);
+  int processSaveResultsCmd(const ArgList* args, std::vector<zeInstance>& out);
+  int processVsrcCmd(zeVsrc& sources);
+  void populateResToWatt();
+  void getWattSignals(int first, int count, std::vector<zeInstance>& list);
+
+  // --- EMIR database ---
+  int processReadMuroDBIR(const char* dbPath, const char* outPath);
+  int processReadMuroDBEM(const ArgList* args);
+  int processReadMuroDBInfo(const char* dbPath, const char* outPath);
+  int processReadMuroDBTime(const char* dbPath, const char* outPath);
+  int getArchitecture(const std::string& path);
+  int guessArchitecture(const std::string& path);
+  void updateStartStopTimeFromDBFile(const char* path);
+
+  // --- power-grid network and lengths ---
+  int processLengthDataInputCmd(const ArgList* args);
+  int processLengthDataOutputCmd(const ArgList* args);
+  int processSetLayersStackCmd(const ArgList* args);
+  int processPowerGridLayersCmd(const ArgList* args);
+  int processPowerGridRulesInputCmd(const ArgList* args);
+  int processPowerGridRulesOutputCmd(const ArgList* args);
+  int processSaveTMeshDataCmd(const ArgList* args);
+  int processCadGridCmd(const ArgList* args);
+  int processCalculateLengthCmd();
+  int processPowerGridAnalysis(kraDBNetwork* dbNetwork);
+
+  // --- state (names as the behaviour defines them) ---
+  simdata::Dataset* analysis = nullptr;
+  std::unique_ptr<simdata::ResultsDir> resultsDir;
+  zeNetlist instances;
+  zeNetlist::eSimDataType dataType = zeNetlist::eDefault;
+  bool evalCurrentDirection = false;
+  bool evalTotalSum = false;
+  bool recoveryFactorFlag = false;
+  int isSweepData = 1;
+  double startTime = 0.0;
+  double stopTime = 0.0;
+  double durationTime = 0.0;
+  std::string cmdFileName;
+  FilePtr cmdFile;
+  std::string logFileName;
+  FilePtr logFile;
+  time_t commandStart = 0;
+  time_t commandEnd = 0;
+  std::string lengthDataInputFile;
+  std::string lengthDataOutputFile;
+  std::vector<std::string> layerStack;
+  std::set<std::string> powerGridLayers;
+  std::string powerGridRulesInputFile;
+  std::string powerGridRulesOutputFile;
+  std::string tMeshDataFile;
+  double dbuScale = 1.0;
+  bool useOldACPeakMethod = false;
+  bool writeOutputFiles = true;
+  /// Never changed by a command; a negative value keeps AC threshold pulses off.
+  double acPulseThreshold = -1.0;
+  /// Never changed by a command; switches on the recording of AC pulse records.
+  bool collectAcPulses = false;
+  std::map<std::string, double> resToWatt;
+  /// The temperature found by saveTemperature, owned by the interpreter.
+  double temperature = 0.0;
+
+ private:
+  void runCommand(const char* word);
+
+  char line_[4096] = {};
+  char commandWord_[2048] = {};
+  std::unique_ptr<ArgList> args_;
+  int ignoreSign_ = 0;
+};

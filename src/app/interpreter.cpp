@@ -1,0 +1,229 @@
+#include <strings.h>
+
+#include <cctype>
+#include <cstdlib>
+#include <cstring>
+
+#include "analysis/settings.h"
+#include "app/analyzeNetlist.h"
+
+namespace {
+
+bool isBlank(char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; }
+
+using Handler = void (*)(zeAnalyzeNetlist& session, const ArgList* args, int& ignoreSign);
+
+struct Command {
+  const char* word;
+  Handler run;
+};
+
+/// Runs a handler between two wall-clock readings and reports the time under `name`.
+template <typename Call>
+void timedCommand(zeAnalyzeNetlist& session, const char* name, Call call) {
+  session.commandStart = std::time(nullptr);
+  call();
+  session.commandEnd = std::time(nullptr);
+  session.report_time(name);
+}
+
+void runDatabaseCommand(int (zeAnalyzeNetlist::*handler)(const char*, const char*),
+                        zeAnalyzeNetlist& session, const ArgList* args) {
+  (session.*handler)(argAt(args, 0), argAt(args, 1));
+}
+
+// The table is tested in this order; the first case-insensitive match runs.
+const Command kCommands[] = {
+    {"saveTemperature",
+     [](zeAnalyzeNetlist& s, const ArgList* a, int&) {
+       s.processSaveTemperatureCmd(a, s.temperature);
+     }},
+    {"lengthDataInput",
+     [](zeAnalyzeNetlist& s, const ArgList* a, int&) { s.processLengthDataInputCmd(a); }},
+    {"setLayersStack",
+     [](zeAnalyzeNetlist& s, const ArgList* a, int&) { s.processSetLayersStackCmd(a); }},
+    {"powerGridLayers",
+     [](zeAnalyzeNetlist& s, const ArgList* a, int&) { s.processPowerGridLayersCmd(a); }},
+    {"powerGridRulesInput",
+     [](zeAnalyzeNetlist& s, const ArgList* a, int&) { s.processPowerGridRulesInputCmd(a); }},
+    {"powerGridRulesOutput",
+     [](zeAnalyzeNetlist& s, const ArgList* a, int&) { s.processPowerGridRulesOutputCmd(a); }},
+    {"saveTMeshData",
+     [](zeAnalyzeNetlist& s, const ArgList* a, int&) { s.processSaveTMeshDataCmd(a); }},
+    {"cadGrid", [](zeAnalyzeNetlist& s, const ArgList* a, int&) { s.processCadGridCmd(a); }},
+    {"evalCurrentDirection",
+     [](zeAnalyzeNetlist& s, const ArgList*, int&) { s.evalCurrentDirection = true; }},
+    {"lengthDataOutput",
+     [](zeAnalyzeNetlist& s, const ArgList* a, int&) { s.processLengthDataOutputCmd(a); }},
+    {"calculateLength",
+     [](zeAnalyzeNetlist& s, const ArgList*, int&) { s.processCalculateLengthCmd(); }},
+    {"evalTotalSum", [](zeAnalyzeNetlist& s, const ArgList*, int&) { s.evalTotalSum = true; }},
+    {"readMuroDBIR",
+     [](zeAnalyzeNetlist& s, const ArgList* a, int&) {
+       runDatabaseCommand(&zeAnalyzeNetlist::processReadMuroDBIR, s, a);
+     }},
+    {"readMuroDBEM",
+     [](zeAnalyzeNetlist& s, const ArgList* a, int&) { s.processReadMuroDBEM(a); }},
+    {"readMuroDBInfo",
+     [](zeAnalyzeNetlist& s, const ArgList* a, int&) {
+       runDatabaseCommand(&zeAnalyzeNetlist::processReadMuroDBInfo, s, a);
+     }},
+    {"readMuroDBTime",
+     [](zeAnalyzeNetlist& s, const ArgList* a, int&) {
+       runDatabaseCommand(&zeAnalyzeNetlist::processReadMuroDBTime, s, a);
+     }},
+    {"done", [](zeAnalyzeNetlist& s, const ArgList*, int&) { s.processCleanup(); }},
+    {"simDataType",
+     [](zeAnalyzeNetlist& s, const ArgList* a, int&) {
+       const char* format = argAt(a, 0);
+       if (format != nullptr && strcasecmp(format, "QXF") == 0) {
+         s.logMsg(kInfo, false, "Simulation data is in QXF format\n");
+         s.setDataType(zeNetlist::eQXF);
+       }
+     }},
+    {"openSimData",
+     [](zeAnalyzeNetlist& s, const ArgList* a, int&) { s.processOpenSimDataCmd(a); }},
+    {"saveAnalysisInfo",
+     [](zeAnalyzeNetlist& s, const ArgList* a, int&) {
+       std::vector<std::string> info;
+       s.processSaveAnalysisInfoCmd(a, info);
+     }},
+    {"loadNetlist",
+     [](zeAnalyzeNetlist& s, const ArgList* a, int&) {
+       timedCommand(s, "loadNetlist", [&] { s.processLoadNetlistCmd(a); });
+     }},
+    {"selectAnalysis",
+     [](zeAnalyzeNetlist& s, const ArgList* a, int&) { s.processSelectAnalysisCmd(a); }},
+    {"durationTime",
+     [](zeAnalyzeNetlist& s, const ArgList* a, int&) {
+       const char* value = argAt(a, 0);
+       if (value != nullptr && std::strcmp(value, "nil") != 0) {
+         s.durationTime = std::strtod(value, nullptr);
+       } else {
+         s.logMsg(kError, true, "Using default value 0.0 as duration time.\n");
+       }
+     }},
+    {"recoveryFactorFlag",
+     [](zeAnalyzeNetlist& s, const ArgList*, int&) {
+       s.recoveryFactorFlag = true;
+       analysis::processSettings().recoveryFactor = 1.0f;
+     }},
+    {"emRecoveryFactor",
+     [](zeAnalyzeNetlist& s, const ArgList* a, int&) {
+       const char* value = argAt(a, 0);
+       if (value != nullptr && std::strcmp(value, "nil") != 0) {
+         analysis::processSettings().emRecoveryFactorGiven = true;
+         analysis::processSettings().emRecoveryFactor =
+             static_cast<float>(std::strtod(value, nullptr));
+       } else {
+         // This command's default message also speaks of duration time; the wording is kept.
+         s.logMsg(kError, true, "Using default value 1 as duration time.\n");
+       }
+     }},
+    {"ACAnlaysis", [](zeAnalyzeNetlist& s, const ArgList*, int&) { s.setACAnalysis(true); }},
+    {"ignore",
+     [](zeAnalyzeNetlist&, const ArgList* a, int& ignoreSign) {
+       const char* which = argAt(a, 0);
+       if (which == nullptr) {
+         return;
+       }
+       if (strcasecmp(which, "negative_currents") == 0) {
+         ignoreSign = -1;
+       } else if (strcasecmp(which, "positive_currents") == 0) {
+         ignoreSign = ignoreSign == -1 ? 2 : 1;
+       }
+     }},
+    {"run",
+     [](zeAnalyzeNetlist& s, const ArgList* a, int& ignoreSign) {
+       timedCommand(s, "run", [&] { s.processRunCmd(a, ignoreSign); });
+     }},
+    {"saveResult",
+     [](zeAnalyzeNetlist& s, const ArgList* a, int&) {
+       std::vector<zeInstance> saved;
+       s.processSaveResultsCmd(a, saved);
+     }},
+    {"displayAnalysis",
+     [](zeAnalyzeNetlist& s, const ArgList* a, int&) { s.processDisplayAnalysisCmd(a); }},
+    // Timed under the name "loadNetlist": the reuse is intended.
+    {"displaySignals",
+     [](zeAnalyzeNetlist& s, const ArgList* a, int&) {
+       timedCommand(s, "loadNetlist", [&] { s.processDisplaySignalCmd(a); });
+     }},
+    {"createNetlist",
+     [](zeAnalyzeNetlist& s, const ArgList* a, int&) { s.processCreateNetlistCmd(a); }},
+};
+
+}  // namespace
+
+void zeAnalyzeNetlist::collectInput() {
+  args_.reset();
+  if (!cmdFile || std::fgets(line_, sizeof line_, cmdFile.get()) == nullptr) {
+    std::strcpy(commandWord_, "done");
+    return;
+  }
+  char* cursor = line_;
+  while (*cursor != '\0' && isBlank(*cursor)) {
+    ++cursor;
+  }
+  if (*cursor == '\0') {
+    // An empty or all-blank line ends the command file like "done".
+    std::strcpy(commandWord_, "done");
+    return;
+  }
+  bool first = true;
+  while (*cursor != '\0') {
+    char* wordEnd = cursor;
+    while (*wordEnd != '\0' && !isBlank(*wordEnd)) {
+      ++wordEnd;
+    }
+    const size_t length = static_cast<size_t>(wordEnd - cursor);
+    if (first) {
+      // A command word longer than its buffer is cut; no command is that long.
+      const size_t kept = length < sizeof commandWord_ ? length : sizeof commandWord_ - 1;
+      std::memcpy(commandWord_, cursor, kept);
+      commandWord_[kept] = '\0';
+      first = false;
+    } else {
+      if (!args_) {
+        args_ = std::make_unique<ArgList>();
+      }
+      args_->emplace_back(cursor, length);
+    }
+    cursor = wordEnd;
+    while (*cursor != '\0' && isBlank(*cursor)) {
+      ++cursor;
+    }
+  }
+}
+
+int zeAnalyzeNetlist::processCommandFile() {
+  if (!cmdFile) {
+    return 1;
+  }
+  durationTime = 0.0;
+  ignoreSign_ = 0;
+  args_.reset();
+  for (;;) {
+    collectInput();
+    if (commandWord_[0] == '#') {
+      continue;
+    }
+    runCommand(commandWord_);
+    if (strcasecmp(commandWord_, "done") == 0) {
+      args_.reset();
+      return 0;
+    }
+  }
+}
+
+void zeAnalyzeNetlist::runCommand(const char* word) {
+  for (const Command& command : kCommands) {
+    if (strcasecmp(word, command.word) == 0) {
+      command.run(*this, args_.get(), ignoreSign_);
+      return;
+    }
+  }
+  logMsg(kError, true, "Unknown command (%s). The following are legal commands:\n", word);
+  logMsg(kPlain, true, "\t%s\n\t%s\n\t%s\n\t%s\n\t%s\n\t%s\n", "openSimData", "loadNetlist",
+         "selectAnalysis", "run", "saveResult", "done");
+}

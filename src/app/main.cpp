@@ -1,0 +1,103 @@
+// Process entry: the command line, the -v banner, and the one session of the run.
+
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <memory>
+#include <string>
+
+#include "app/analyzeNetlist.h"
+#include "app/version.h"
+#include "simdata/resultsReader.h"
+
+namespace {
+
+constexpr const char* kUsage = "kra2 -cmd <cmd-file> -log <log-file> ";
+
+/// The fields the -v banner is built from.
+struct ToolVersion {
+  char executable[101];
+  char product[101];
+  char bitness[101];
+  char description[101];
+  char version[101];
+  char buildDate[101];
+  char banner[1025];
+};
+
+void copyField(char (&field)[101], const char* text) {
+  std::snprintf(field, sizeof field, "%s", text);
+}
+
+void printBanner() {
+  ToolVersion tool{};
+  copyField(tool.executable, "kra2");
+  copyField(tool.product, "simulation data reader");
+  copyField(tool.bitness, sizeof(void*) == 8 ? "64-bit" : "32-bit");
+  copyField(tool.description, "muro/telo wrapper over simulation data");
+  copyField(tool.version, KRA2_VERSION_TEXT);
+  copyField(tool.buildDate, KRA2_BUILD_DATE_TEXT);
+  const std::string dashes(65, '-');
+  std::snprintf(tool.banner, sizeof tool.banner,
+                "%s\nName        : %s - %s - (%s)\nDescription : %s\nVersion     : %s\n"
+                "Build Date  : %s\n%s\n%s\n\n%s\n",
+                dashes.c_str(), tool.executable, tool.product, tool.bitness, tool.description,
+                tool.version, tool.buildDate, dashes.c_str(),
+                "Copyright (c) 2026 the kra2 developers.",
+                "This program is provided under the terms of its licence, without warranty.");
+  std::printf("%s\n", tool.banner);
+}
+
+void printUsage() { std::printf("Usage: %s\n", kUsage); }
+
+void runSession(const char* cmdFileName, const char* logFileName) {
+  auto session = std::make_unique<zeAnalyzeNetlist>();
+  if (session->init(cmdFileName, logFileName, false) == 0) {
+    session->processCommandFile();
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc == 1) {
+    printUsage();
+    return 0;
+  }
+  if (argc == 2 && std::strcmp(argv[1], "-v") == 0) {
+    printBanner();
+    return 0;
+  }
+  const char* cmdFileName = nullptr;
+  const char* logFileName = "kra2.log";
+  for (int i = 1; i < argc; ++i) {
+    if (std::strcmp(argv[i], "-log") == 0) {
+      if (i + 1 == argc) {
+        std::printf("Error: Missing log-file argument\n\n");
+        printUsage();
+        return 0;
+      }
+      logFileName = argv[++i];
+    } else if (std::strcmp(argv[i], "-cmd") == 0) {
+      if (i + 1 == argc) {
+        std::printf("Error: Missing cmd-file argument\n\n");
+        printUsage();
+        return 0;
+      }
+      cmdFileName = argv[++i];
+    } else {
+      cmdFileName = argv[i];
+    }
+  }
+  if (!simdata::initialise() && simdata::lastErrorCode() != 0) {
+    const char* text = simdata::lastErrorText();
+    std::printf("%s\n", text != nullptr ? text : "");
+  }
+  try {
+    runSession(cmdFileName, logFileName);
+  } catch (const std::exception& error) {
+    std::printf("%s: %s\n", "kra2", error.what());
+  } catch (...) {
+  }
+  return 0;
+}

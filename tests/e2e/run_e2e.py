@@ -1,0 +1,160 @@
+#!/usr/bin/env python3
+"""Runs end-to-end command-file cases and compares everything they produce.
+
+A case folder holds:
+  cmd              the command file (run as: kra2 -cmd cmd -log kra2.log)
+  args             optional: the kra2 command line instead, one argument per line
+  env              optional: NAME=VALUE lines added to the environment
+  setup            optional: shell lines run in the work folder before kra2 ($KRA2_TOOLS
+                   names the build folder, for companion tools such as kra2db)
+  in/              inputs, copied into a fresh temporary work folder
+  expected/stdout  what kra2 prints
+  expected/log     the log file (absent when no log is written)
+  expected/files/  every other file the run leaves behind
+Volatile fields (elapsed seconds) are normalised; no line is ever dropped. Unexpected files
+fail the case. --bless rewrites expected/ from the actual run; review every blessed change.
+"""
+import argparse
+import difflib
+import os
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+
+VOLATILE = [
+    (re.compile(rb"\( time [0-9.e+-]+ sec \)"), b"( time X sec )"),
+    (re.compile(rb"incr: \d+ sec,\ttotal: \d+ sec"), b"incr: X sec,\ttotal: X sec"),
+    (re.compile(rb"Build Date  : \(\d\d/\d\d/\d{4} \d\d:\d\d:\d\d\)"),
+     b"Build Date  : (MM/DD/YYYY HH:MM:SS)"),
+]
+
+
+def normalise(data):
+    for pattern, replacement in VOLATILE:
+        data = pattern.sub(replacement, data)
+    return data
+
+
+def read_lines(path):
+    with open(path, encoding="utf-8") as handle:
+        return [line.rstrip("\n") for line in handle if line.strip()]
+
+
+def run_case(kra2, tools_dir, case_dir, work):
+    in_dir = os.path.join(case_dir, "in")
+    if os.path.isdir(in_dir):
+        shutil.copytree(in_dir, work, dirs_exist_ok=True)
+    inputs = set()
+    for root, _, files in os.walk(work):
+        for name in files:
+            inputs.add(os.path.relpath(os.path.join(root, name), work))
+    shutil.copy(os.path.join(case_dir, "cmd"), os.path.join(work, "cmd"))
+    env = dict(os.environ)
+    for name in ("KRA2_INTERNAL_DEBUG", "_kraUseOldACPeakMethod", "_kraIncludeAllAnalysis",
+                 "ENABLE_VFI_L_RON_DATA_READING_FROM_QXF", "KRA_DISABLE_ARCHITECTURE_FINDING"):
+        env.pop(name, None)
+    env["KRA2_TOOLS"] = tools_dir
+    env_file = os.path.join(case_dir, "env")
+    if os.path.exists(env_file):
+        for line in read_lines(env_file):
+            key, _, value = line.partition("=")
+            env[key] = value
+    setup = os.path.join(case_dir, "setup")
+    if os.path.exists(setup):
+        subprocess.run(["bash", setup], cwd=work, env=env, check=True)
+        for root, _, files in os.walk(work):
+            for name in files:
+                inputs.add(os.path.relpath(os.path.join(root, name), work))
+    args_file = os.path.join(case_dir, "args")
+    args = read_lines(args_file) if os.path.exists(args_file) else [
+        "-cmd", "cmd", "-log", "kra2.log"]
+    result = subprocess.run([kra2] + args, cwd=work, env=env, stdout=subprocess.PIPE,
+                            stderr=subprocess.PIPE, timeout=540)
+    actual = {"stdout": result.stdout}
+    for root, _, files in os.walk(work):
+        for name in files:
+            rel = os.path.relpath(os.path.join(root, name), work)
+            if rel == "cmd" or rel in inputs:
+                continue
+            with open(os.path.join(work, rel), "rb") as handle:
+                data = handle.read()
+            actual["log" if rel == "kra2.log" else os.path.join("files", rel)] = data
+    return result.returncode, result.stderr, actual
+
+
+def expected_files(case_dir):
+    expected = {}
+    root_dir = os.path.join(case_dir, "expected")
+    for root, _, files in os.walk(root_dir):
+        for name in files:
+            rel = os.path.relpath(os.path.join(root, name), root_dir)
+            with open(os.path.join(root_dir, rel), "rb") as handle:
+                expected[rel] = handle.read()
+    return expected
+
+
+def bless(case_dir, actual):
+    root_dir = os.path.join(case_dir, "expected")
+    shutil.rmtree(root_dir, ignore_errors=True)
+    for rel, data in actual.items():
+        path = os.path.join(root_dir, rel)
+        os.makedirs(os.path.dirname(path), exist_ok=True)
+        with open(path, "wb") as handle:
+            handle.write(data)
+
+
+def compare(expected, actual):
+    problems = []
+    for rel in sorted(set(expected) | set(actual)):
+        if rel not in actual:
+            problems.append(f"missing output: {rel}")
+            continue
+        if rel not in expected:
+            problems.append(f"unexpected output: {rel}")
+            continue
+        want, got = normalise(expected[rel]), normalise(actual[rel])
+        if want != got:
+            diff = difflib.unified_diff(
+                want.decode("utf-8", "replace").splitlines(),
+                got.decode("utf-8", "replace").splitlines(),
+                f"expected/{rel}", f"actual/{rel}", lineterm="", n=2)
+            problems.append("\n".join(list(diff)[:60]))
+    return problems
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--kra2", required=True)
+    parser.add_argument("--tools-dir", default="")
+    parser.add_argument("--bless", action="store_true")
+    parser.add_argument("cases", nargs="+")
+    options = parser.parse_args()
+    failed = 0
+    for case_dir in options.cases:
+        name = os.path.basename(os.path.normpath(case_dir))
+        with tempfile.TemporaryDirectory(prefix="kra2-e2e-") as work:
+            code, stderr, actual = run_case(os.path.abspath(options.kra2),
+                                            os.path.abspath(options.tools_dir), case_dir, work)
+        if options.bless:
+            bless(case_dir, actual)
+            print(f"blessed {name}")
+            continue
+        problems = compare(expected_files(case_dir), actual)
+        if code != 0:
+            problems.append(f"exit status {code}")
+        if stderr:
+            problems.append("stderr:\n" + stderr.decode("utf-8", "replace")[:4000])
+        if problems:
+            failed += 1
+            print(f"FAIL {name}")
+            for problem in problems:
+                print(problem)
+        else:
+            print(f"ok {name}")
+    return 1 if failed else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
