@@ -12,3 +12,6 @@ int zeAnalyzeNetlist::processReadMuroDBInfo(const char*, const char*) {
 int zeAnalyzeNetlist::processReadMuroDBTime(const char*, const char*) {
   return logUnavailable("readMuroDBTime");
 }
+int zeAnalyzeNetlist::getArchitecture(const std::string&) { return -1; }
+int zeAnalyzeNetlist::guessArchitecture(const std::string&) { return -1; }
+void zeAnalyzeNetlist::updateStartStopTimeFromDBFile(const char*) {}

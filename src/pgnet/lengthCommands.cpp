@@ -25,3 +25,6 @@ int zeAnalyzeNetlist::processSaveTMeshDataCmd(const ArgList*) {
 }
 int zeAnalyzeNetlist::processCadGridCmd(const ArgList*) { return logUnavailable("cadGrid"); }
 int zeAnalyzeNetlist::processCalculateLengthCmd() { return logUnavailable("calculateLength"); }
+int zeAnalyzeNetlist::processPowerGridAnalysis(kraDBNetwork*) {
+  return logUnavailable("powerGridRulesInput");
+}
