@@ -47,8 +47,8 @@ const Value* getWaveform(const Value* value) {
 
 namespace {
 
-void printLabel(const char* format, const char* text) {
-  std::printf(format, text != nullptr ? text : "NULL");
+void printLabel(const char* label, const char* text) {
+  std::printf("%s%s\n", label, text != nullptr ? text : "NULL");
 }
 
 }  // namespace
@@ -57,17 +57,17 @@ void printValueInfo(const Value* value) {
   if (value == nullptr) {
     return;
   }
-  printLabel("Waveform name: %s\n", value->name());
-  printLabel("Waveform displayTitle: %s\n", value->displayTitle());
-  printLabel("Waveform data set name: %s\n", value->datasetName());
-  printLabel("Waveform results directory name: %s\n", value->resultsDirName());
+  printLabel("Waveform name: ", value->name());
+  printLabel("Waveform displayTitle: ", value->displayTitle());
+  printLabel("Waveform data set name: ", value->datasetName());
+  printLabel("Waveform results directory name: ", value->resultsDirName());
   if (value->dimension() >= 1) {
     const DataVector* x = value->xVector();
     const DataVector* y = value->yVector();
-    printLabel("    XVector name: %s\n", x ? x->name() : nullptr);
-    printLabel("    XVector baseUnits: %s\n", x ? x->baseUnits() : nullptr);
-    printLabel("    YVector name: %s\n", y ? y->name() : nullptr);
-    printLabel("    YVector baseUnits: %s\n", y ? y->baseUnits() : nullptr);
+    printLabel("    XVector name: ", x ? x->name() : nullptr);
+    printLabel("    XVector baseUnits: ", x ? x->baseUnits() : nullptr);
+    printLabel("    YVector name: ", y ? y->name() : nullptr);
+    printLabel("    YVector baseUnits: ", y ? y->baseUnits() : nullptr);
   }
 }
 
