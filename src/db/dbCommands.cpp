@@ -1,17 +1,125 @@
-// EMIR database commands. Not yet part of this build.
+// EMIR database commands and the session's database probes.
+
+#include <cstdlib>
+#include <exception>
+#include <memory>
+#include <string>
 
 #include "app/analyzeNetlist.h"
+#include "db/dbFile.h"
+#include "db/dbListings.h"
+#include "db/headerParameters.h"
 
-int zeAnalyzeNetlist::processReadMuroDBIR(const char*, const char*) {
-  return logUnavailable("readMuroDBIR");
+namespace {
+
+constexpr const char* kNeedsName = "%s: %s command requires a directory name.\n";
+constexpr const char* kNoOutput = "%s: Unable to open output result file %s.\n";
+// Database errors end in a line feed of their own; the blank and second line feed after them
+// are part of how the commands have always reported them.
+constexpr const char* kDatabaseError = "%s: %s \n";
+
+}  // namespace
+
+int zeAnalyzeNetlist::processReadMuroDBIR(const char* dbPath, const char* outPath) {
+  if (dbPath == nullptr || outPath == nullptr) {
+    logMsg(kError, true, kNeedsName, kProgramName, "readMuroDBIR");
+    return 1;
+  }
+  try {
+    kraDB::kraDBFile db(dbPath);
+    FilePtr out(std::fopen(outPath, "w"));
+    if (!out) {
+      logMsg(kError, true, kNoOutput, kProgramName, outPath);
+      return 1;
+    }
+    kraDB::writeIRListing(db, out.get());
+  } catch (const std::exception& error) {
+    logMsg(kError, true, kDatabaseError, kProgramName, error.what());
+  }
+  return 0;
 }
+
+int zeAnalyzeNetlist::processReadMuroDBTime(const char* dbPath, const char* outPath) {
+  if (dbPath == nullptr || outPath == nullptr) {
+    logMsg(kError, true, kNeedsName, kProgramName, "readMuroDBTime");
+    return 1;
+  }
+  try {
+    kraDB::kraDBFile db(dbPath);
+    FilePtr out(std::fopen(outPath, "w"));
+    if (!out) {
+      logMsg(kError, true, kNoOutput, kProgramName, outPath);
+      return 1;
+    }
+    startTime = db.getStartTime();
+    stopTime = db.getStopTime();
+    kraDB::writeTimeListing(startTime, stopTime, out.get());
+  } catch (const std::exception& error) {
+    logMsg(kError, true, kDatabaseError, kProgramName, error.what());
+    return 1;
+  }
+  return 0;
+}
+
+int zeAnalyzeNetlist::processReadMuroDBInfo(const char* dbPath, const char* outPath) {
+  if (dbPath == nullptr || outPath == nullptr) {
+    logMsg(kError, true, kNeedsName, kProgramName, "readMuroDBInfo");
+    return 1;
+  }
+  FilePtr out(std::fopen(outPath, "w"));
+  if (!out) {
+    logMsg(kError, true, kNoOutput, kProgramName, outPath);
+    return 1;
+  }
+  // An unreadable header is not an error here: the version stays -1 and the architecture is
+  // guessed from the file's layout.
+  kraDB::HeaderParameters params;
+  kraDB::readDBParameters(dbPath, params);
+  const float version = kraDB::versionOf(params);
+  const std::optional<int> tagged = kraDB::taggedArchitecture(params);
+  const int architecture = tagged ? *tagged : guessArchitecture(dbPath);
+  kraDB::writeInfoListing(version, architecture, out.get());
+  return 0;
+}
+
 int zeAnalyzeNetlist::processReadMuroDBEM(const ArgList*) { return logUnavailable("readMuroDBEM"); }
-int zeAnalyzeNetlist::processReadMuroDBInfo(const char*, const char*) {
-  return logUnavailable("readMuroDBInfo");
+
+int zeAnalyzeNetlist::getArchitecture(const std::string& path) {
+  if (path.empty()) {
+    logMsg(kError, true, kNeedsName, kProgramName, "readMuroDBInfo");
+    return 1;
+  }
+  kraDB::HeaderParameters params;
+  if (!kraDB::readDBParameters(path, params)) {
+    return -1;
+  }
+  const std::optional<int> tagged = kraDB::taggedArchitecture(params);
+  return tagged ? *tagged : guessArchitecture(path);
 }
-int zeAnalyzeNetlist::processReadMuroDBTime(const char*, const char*) {
-  return logUnavailable("readMuroDBTime");
+
+int zeAnalyzeNetlist::guessArchitecture(const std::string& path) {
+  if (std::getenv("KRA_DISABLE_ARCHITECTURE_FINDING") != nullptr) {
+    return -1;
+  }
+  const std::optional<int> guess = kraDB::guessLegacyArchitecture(path);
+  if (!guess) {
+    logMsg(kError, true, "Error in reading muro database %s .\n", path.c_str());
+    return -1;
+  }
+  return *guess;
 }
-int zeAnalyzeNetlist::getArchitecture(const std::string&) { return -1; }
-int zeAnalyzeNetlist::guessArchitecture(const std::string&) { return -1; }
-void zeAnalyzeNetlist::updateStartStopTimeFromDBFile(const char*) {}
+
+void zeAnalyzeNetlist::updateStartStopTimeFromDBFile(const char* path) {
+  if (path == nullptr) {
+    return;
+  }
+  // The caller is a command handler; a database error is reported like the database
+  // commands report it and leaves the time window as it was.
+  try {
+    kraDB::kraDBFile db(path);
+    startTime = db.getStartTime();
+    stopTime = db.getStopTime();
+  } catch (const std::exception& error) {
+    logMsg(kError, true, kDatabaseError, kProgramName, error.what());
+  }
+}
