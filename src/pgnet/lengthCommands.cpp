@@ -1,30 +1,140 @@
-// Length and layer commands. Not yet part of this build.
+// Length and layer commands: file names and layer settings of the session, and the length
+// calculation over a length-data file.
+
+#include <fstream>
+#include <locale>
+#include <sstream>
 
 #include "app/analyzeNetlist.h"
+#include "db/designGlobals.h"
+#include "pgnet/network.h"
 
-int zeAnalyzeNetlist::processLengthDataInputCmd(const ArgList*) {
-  return logUnavailable("lengthDataInput");
+namespace {
+
+constexpr const char* kOpenForReading = "%s: Unable to open file %s for reading, in command %s.\n";
+constexpr const char* kOpenForWriting = "%s: Unable to open file %s for writing, in command %s.\n";
+
+bool noArguments(const ArgList* args) { return args == nullptr || args->empty(); }
+
+}  // namespace
+
+int zeAnalyzeNetlist::processLengthDataInputCmd(const ArgList* args) {
+  if (noArguments(args)) {
+    logMsg(kError, true, "%s: %s command requires an input file  name.\n", kProgramName,
+           "lengthDataInput");
+    return 1;
+  }
+  lengthDataInputFile = (*args)[0];
+  return 0;
 }
-int zeAnalyzeNetlist::processLengthDataOutputCmd(const ArgList*) {
-  return logUnavailable("lengthDataOutput");
+
+int zeAnalyzeNetlist::processLengthDataOutputCmd(const ArgList* args) {
+  if (noArguments(args)) {
+    logMsg(kError, true, "%s: %s command requires an output file  name.\n", kProgramName,
+           "lengthDataOutput");
+    return 1;
+  }
+  lengthDataOutputFile = (*args)[0];
+  return 0;
 }
-int zeAnalyzeNetlist::processSetLayersStackCmd(const ArgList*) {
-  return logUnavailable("setLayersStack");
+
+int zeAnalyzeNetlist::processSetLayersStackCmd(const ArgList* args) {
+  if (noArguments(args)) {
+    // The message names lengthDataInput; that is its established wording.
+    logMsg(kError, true, "%s: %s command requires layers stack as list of layers.\n",
+           kProgramName, "lengthDataInput");
+    return 1;
+  }
+  layerStack.insert(layerStack.end(), args->begin(), args->end());
+  return 0;
 }
-int zeAnalyzeNetlist::processPowerGridLayersCmd(const ArgList*) {
-  return logUnavailable("powerGridLayers");
+
+int zeAnalyzeNetlist::processPowerGridLayersCmd(const ArgList* args) {
+  if (noArguments(args)) {
+    logMsg(kError, true, "%s: %s command requires list of power-grid layers as list.\n",
+           kProgramName, "powerGridLayers");
+    return 1;
+  }
+  powerGridLayers.insert(args->begin(), args->end());
+  return 0;
 }
-int zeAnalyzeNetlist::processPowerGridRulesInputCmd(const ArgList*) {
-  return logUnavailable("powerGridRulesInput");
+
+int zeAnalyzeNetlist::processPowerGridRulesInputCmd(const ArgList* args) {
+  if (noArguments(args)) {
+    logMsg(kError, true,
+           "%s: %s command requires input file name  for  power-grid rule processing.\n",
+           kProgramName, "powerGridRulesInput");
+    return 1;
+  }
+  powerGridRulesInputFile = (*args)[0];
+  return 0;
 }
-int zeAnalyzeNetlist::processPowerGridRulesOutputCmd(const ArgList*) {
-  return logUnavailable("powerGridRulesOutput");
+
+int zeAnalyzeNetlist::processPowerGridRulesOutputCmd(const ArgList* args) {
+  if (noArguments(args)) {
+    logMsg(kError, true,
+           "%s: %s command requires output file name  for  power-grid rule processing.\n",
+           kProgramName, "powerGridRulesOutput");
+    return 1;
+  }
+  powerGridRulesOutputFile = (*args)[0];
+  return 0;
 }
-int zeAnalyzeNetlist::processSaveTMeshDataCmd(const ArgList*) {
-  return logUnavailable("saveTMeshData");
+
+int zeAnalyzeNetlist::processSaveTMeshDataCmd(const ArgList* args) {
+  if (noArguments(args)) {
+    logMsg(kError, true, "%s: %s command requires output file name  for saving Mesh data. \n",
+           kProgramName, "saveTMeshData");
+    return 1;
+  }
+  tMeshDataFile = (*args)[0];
+  return 0;
 }
-int zeAnalyzeNetlist::processCadGridCmd(const ArgList*) { return logUnavailable("cadGrid"); }
-int zeAnalyzeNetlist::processCalculateLengthCmd() { return logUnavailable("calculateLength"); }
+
+int zeAnalyzeNetlist::processCadGridCmd(const ArgList* args) {
+  if (noArguments(args)) {
+    logMsg(kError, true, "%s: %s command requires cadGrid value.\n", kProgramName, "cadGrid");
+    return 1;
+  }
+  std::istringstream text((*args)[0]);
+  text.imbue(std::locale::classic());
+  double value = 0.0;
+  text >> value;
+  // Only grids finer than 0.001 can be set; anything coarser falls back to the design's grid.
+  if (value > 0.001) {
+    value = 1.0 / hlm::global::getDBU();
+  }
+  dbuScale = value;
+  return 0;
+}
+
+int zeAnalyzeNetlist::processCalculateLengthCmd() {
+  std::ifstream input(lengthDataInputFile, std::ios::in | std::ios::binary);
+  if (!input.is_open()) {
+    // Names the output command; that is its established wording.
+    logMsg(kError, true, kOpenForReading, kProgramName, lengthDataInputFile.c_str(),
+           "lengthDataOutput");
+    return 1;
+  }
+  std::ofstream output(lengthDataOutputFile,
+                       std::ios::out | std::ios::trunc | std::ios::binary);
+  if (!output.is_open()) {
+    logMsg(kError, true, kOpenForWriting, kProgramName, lengthDataOutputFile.c_str(),
+           "lengthDataOutput");
+    return 1;
+  }
+  zeNetwork network;
+  network.setLayerStack(layerStack);
+  network.evalCurrentDirection = evalCurrentDirection;
+  network.evalTotalSum = evalTotalSum;
+  if (!network.readLengthData(input)) {
+    logMsg(kError, true, "%s\n", network.errorMessage.c_str());
+    return 1;
+  }
+  network.writeLengthData(output);
+  return 0;
+}
+
 int zeAnalyzeNetlist::processPowerGridAnalysis(kraDBNetwork*) {
   return logUnavailable("powerGridRulesInput");
 }

@@ -1,0 +1,49 @@
+#pragma once
+// A connected group of nodes on one layer: a metal group, a straight strip or one part of it.
+
+#include <iosfwd>
+#include <memory>
+#include <string_view>
+#include <vector>
+
+#include "pgnet/edge.h"
+#include "pgnet/nodeSet.h"
+
+class kraSegment {
+ public:
+  /// From a node set (any order; kept in creation order) and the loop flag.
+  explicit kraSegment(std::vector<kraNode*> nodes, bool hasLoop = false);
+  kraSegment(const pgnet::NodeSet& nodes, bool hasLoop);
+
+  size_t size() const { return nodes_.size(); }
+  /// The layer of the first node; empty for an empty segment.
+  std::string_view getLayer() const;
+  /// The first node, or null.
+  kraNode* getAnyNode() const;
+  bool contains(const kraNode* node) const { return nodes_.contains(node); }
+  const pgnet::NodeSet& nodes() const { return nodes_; }
+
+  /// From a walk position, follows the strip to its end: repeatedly steps to the next pair
+  /// (getNextNode) until there is none, and returns the last pair, an end node of the strip
+  /// with its outer net. A cyclic segment has no end: after as many steps as the segment has
+  /// node and net positions the walk stops and returns the pair it has reached.
+  kraEdgeNodePair getLeafNode(kraEdgeNodePair pair) const;
+  /// The first node N of the pair's net (set order), other than the pair's node, that belongs
+  /// to the segment, paired with N's other net; a pair with a null node when there is none.
+  kraEdgeNodePair getNextNode(kraEdgeNodePair pair) const;
+
+  /// For each node i: "\nNode i :\n" and the node's dump.
+  void dump(std::ostream& out) const;
+
+  /// Set when the group contains a loop.
+  bool hasLoop = false;
+
+ private:
+  pgnet::NodeSet nodes_;
+};
+
+/// The network's owned list of owned segments.
+using kraSegmentList = std::vector<std::unique_ptr<kraSegment>>;
+
+/// Deletes every segment of the list and empties it.
+void clearList(kraSegmentList& list);
