@@ -128,6 +128,9 @@ class zeAnalyzeNetlist {
   // --- state (names as the behaviour defines them) ---
   simdata::Dataset* analysis = nullptr;
   std::unique_ptr<simdata::ResultsDir> resultsDir;
+  /// A directory replaced by openSimData while the selected analysis still belongs to it; kept
+  /// until the next selection so that the selection never points into freed memory.
+  std::unique_ptr<simdata::ResultsDir> replacedResultsDir;
   zeNetlist instances;
   zeNetlist::eSimDataType dataType = zeNetlist::eDefault;
   bool evalCurrentDirection = false;

@@ -1,3 +1,6 @@
+#include <memory>
+
+#include "simdata/rawBackend.h"
 #include "simdata/resultsReader.h"
 
 namespace simdata {
@@ -8,6 +11,7 @@ bool initialise() {
     return true;
   }
   done = true;
+  registerBackend(std::make_unique<RawBackend>());
   return true;
 }
 

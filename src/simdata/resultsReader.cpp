@@ -145,7 +145,11 @@ Dataset* DatasetArray::find(std::string_view name) const {
 
 Dataset* ResultsDir::findDataset(std::string_view name) const {
   const DatasetArray* array = datasets();
-  return array != nullptr ? array->find(name) : nullptr;
+  Dataset* dataset = array != nullptr ? array->find(name) : nullptr;
+  if (dataset == nullptr) {
+    setLastError(3, "no dataset named " + std::string(name) + " in " + this->name());
+  }
+  return dataset;
 }
 
 namespace {

@@ -1,29 +1,347 @@
-// Simulation-data commands. Not yet part of this build.
+// Simulation-data commands: open results, select and list analyses and signals, extract the
+// temperature, and describe the results to the tools around the analysis (a chained netlist
+// and the analysis-info file).
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
 
 #include "app/analyzeNetlist.h"
+#include "simdata/analysisFilter.h"
+#include "simdata/timeRange.h"
 
-int zeAnalyzeNetlist::processOpenSimDataCmd(const ArgList*) { return logUnavailable("openSimData"); }
-int zeAnalyzeNetlist::processSelectAnalysisCmd(const ArgList*) {
-  return logUnavailable("selectAnalysis");
+namespace {
+
+constexpr const char* kMustOpen = "%s: Must open simulation data directory first (openSimData)\n";
+constexpr const char* kMustOpenLower =
+    "%s: must open simulation data directory first (openSimData)\n";
+constexpr const char* kMustSelect = "%s: Must select analysis first (selectAnalysis)\n";
+constexpr const char* kNoSignals = "%s: Error getting signal names.\n";
+constexpr const char* kNeedsFileName = "%s: %s command requires a file name.\n";
+constexpr const char* kCannotWrite = "%s: can not write the output file %s.\n";
+constexpr const char* kNotValidDir = "%s: %s is not a valid result dir.\n";
+
+/// Signals read per bulk read of displaySignals -v.
+constexpr int kSignalBatch = 10000;
+
+bool hasDatasets(const simdata::ResultsDir& dir) {
+  const simdata::DatasetArray* datasets = dir.datasets();
+  return datasets != nullptr && datasets->count() > 0;
 }
+
+/// The temperature stored as "temp:value" in the "variables" dataset, if there is one.
+bool findTemperature(const simdata::ResultsDir& dir, double& temperature) {
+  simdata::Dataset* variables = dir.findDataset("variables");
+  if (variables == nullptr) {
+    return false;
+  }
+  const std::unique_ptr<simdata::Value> value = variables->readValue("temp:value");
+  if (!value) {
+    return false;
+  }
+  if (value->kind() == simdata::kScalarValue) {
+    temperature = value->scalar();
+    return true;
+  }
+  if (value->kind() == simdata::kDataVectorValue && value->yVector() != nullptr) {
+    temperature = simdata::getDataVectorAt(value->yVector(), 0);
+    return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+int zeAnalyzeNetlist::processOpenSimDataCmd(const ArgList* args) {
+  simdata::resetError();
+  const char* path = argAt(args, 0);
+  if (path == nullptr) {
+    logMsg(kError, true, "%s: %s command requires a directory name.\n", kProgramName,
+           "openSimData");
+    return 1;
+  }
+  if (!simdata::isResultsDirectory(path)) {
+    logMsg(kError, true, "%s is not a results directory\n", path);
+    return 1;
+  }
+  std::unique_ptr<simdata::ResultsDir> opened = simdata::openResults(path);
+  if (!opened) {
+    logMsg(kError, true, "%s: %s command failed.\n", kProgramName, "openSimData");
+    printLastError();
+    return 1;
+  }
+  printLastError();
+  // The selection survives a new openSimData. When it belongs to the directory being
+  // replaced, that directory is kept aside until the next selection instead of being freed
+  // under it.
+  replacedResultsDir.reset();
+  if (analysis != nullptr) {
+    replacedResultsDir = std::move(resultsDir);
+  }
+  resultsDir = std::move(opened);
+  logMsg(kInfo, false, "Successfully opened results at %s.\n", path);
+  if (const char* reader = simdata::readerName(path)) {
+    logMsg(kInfo, false, "Reader Name %s.\n", reader);
+  }
+  return 0;
+}
+
+int zeAnalyzeNetlist::processSelectAnalysisCmd(const ArgList* args) {
+  simdata::resetError();
+  if (!resultsDir) {
+    logMsg(kError, true, kMustOpen, kProgramName);
+    return 1;
+  }
+  const char* name = argAt(args, 0);
+  if (name == nullptr) {
+    logMsg(kError, true, "%s: %s command requires a analysis name.\n", kProgramName,
+           "selectAnalysis");
+    return 1;
+  }
+  simdata::Dataset* dataset = resultsDir->findDataset(name);
+  if (dataset == nullptr) {
+    logMsg(kError, true, "%s: %s must specify valid dc/tran data\n", kProgramName,
+           "selectAnalysis");
+    printLastError();
+    return 1;
+  }
+  analysis = dataset;
+  replacedResultsDir.reset();
+  isSweepData = dataset->sweep() != nullptr ? 1 : 0;
+  return 0;
+}
+
 int zeAnalyzeNetlist::processDisplayAnalysisCmd(const ArgList*) {
-  return logUnavailable("displayAnalysis");
+  simdata::resetError();
+  if (!resultsDir) {
+    logMsg(kError, false, kMustOpen, kProgramName);
+    return 1;
+  }
+  const simdata::DatasetArray* datasets = resultsDir->datasets();
+  if (datasets == nullptr || datasets->count() == 0) {
+    logMsg(kError, false, "%s: No dataset names.\n", kProgramName);
+    return 1;
+  }
+  for (int i = 0; i < datasets->count(); ++i) {
+    const simdata::Dataset* dataset = datasets->at(i);
+    const char* name = dataset->name();
+    const char* type = dataset->analysisType();
+    if (name != nullptr && type != nullptr) {
+      logMsg(kInfo, false, "%s\t%s\n", type, name);
+    } else {
+      // A dataset lacking a text repeats whatever the message buffer holds.
+      out_log(kInfo, getLogBuf(), false);
+    }
+  }
+  return 0;
 }
-int zeAnalyzeNetlist::processDisplaySignalCmd(const ArgList*) {
-  return logUnavailable("displaySignals");
+
+int zeAnalyzeNetlist::processDisplaySignalCmd(const ArgList* args) {
+  simdata::resetError();
+  if (!resultsDir) {
+    logMsg(kError, true, kMustOpen, kProgramName);
+    return 1;
+  }
+  if (analysis == nullptr) {
+    logMsg(kError, true, kMustSelect, kProgramName);
+    return 1;
+  }
+  const simdata::SignalList* signals = analysis->signals();
+  if (signals == nullptr) {
+    logMsg(kError, false, kNoSignals, kProgramName);
+    printLastError();
+    return 1;
+  }
+  const int count = signals->count();
+  const char* option = argAt(args, 0);
+  if (args == nullptr || args->size() != 1 || std::strcmp(option, "-v") != 0) {
+    for (int i = 0; i < count; ++i) {
+      const simdata::Signal* signal = signals->at(i);
+      logMsg(kInfo, false, "%s [%d] %s [%d] (type: %s)\n", signal->name1.c_str(),
+             static_cast<int>(signal->name1.size()), signal->name2.c_str(),
+             static_cast<int>(signal->name2.size()), signal->typeName.c_str());
+    }
+    return 0;
+  }
+  logMsg(kInfo, false, "Reading Sim Data\n");
+  // When the count is a multiple of the batch size, a last empty batch is read and reported.
+  for (int start = 0; start <= count; start += kSignalBatch) {
+    const int end = std::min(start + kSignalBatch, count);
+    simdata::SignalArray batch(end - start);
+    for (int i = start; i < end; ++i) {
+      batch.add(signals->at(i));
+    }
+    std::unique_ptr<simdata::ValueArray> values = analysis->read(batch);
+    logMsg(kInfo, false, "%d signals have been read\n", start);
+    if (values) {
+      for (int i = 1; i < values->count(); ++i) {
+        values->release(i);
+      }
+    }
+  }
+  return 0;
 }
-int zeAnalyzeNetlist::processSaveTemperatureCmd(const ArgList*, double&) {
-  return logUnavailable("saveTemperature");
+
+int zeAnalyzeNetlist::processSaveTemperatureCmd(const ArgList* args, double& temperatureOut) {
+  simdata::resetError();
+  FilePtr file;
+  if (writeOutputFiles) {
+    const char* fileName = argAt(args, 0);
+    if (fileName == nullptr) {
+      logMsg(kError, true, kNeedsFileName, kProgramName, "saveTemperature");
+      return 1;
+    }
+    file.reset(std::fopen(fileName, "w+"));
+    if (!file) {
+      logMsg(kError, true, kCannotWrite, "saveTemperature", fileName);
+      return 1;
+    }
+  }
+  if (!resultsDir) {
+    logMsg(kError, true, kMustOpenLower, "saveTemperature");
+    return 1;
+  }
+  double foundTemperature = 0.0;
+  bool found = false;
+  if (!hasDatasets(*resultsDir)) {
+    logMsg(kError, true, kNotValidDir, "saveTemperature", resultsDir->name());
+  } else {
+    found = findTemperature(*resultsDir, foundTemperature);
+  }
+  if (!found) {
+    // This text only reaches the message buffer; it is never logged.
+    std::snprintf(getLogBuf(), 4096, "%s: no teperature data found in directory %s. \n",
+                  "saveTemperature", resultsDir->name());
+    return 0;
+  }
+  temperatureOut = foundTemperature;
+  if (file) {
+    std::fprintf(file.get(), "Temperature %f\n", foundTemperature);
+  }
+  return 0;
 }
-void zeAnalyzeNetlist::getStartStopTimeRange(const simdata::Sweep*) {}
-void zeAnalyzeNetlist::getTimeRangeIndices(const simdata::Value*, int& startIndex,
+
+void zeAnalyzeNetlist::getStartStopTimeRange(const simdata::Sweep* sweep) {
+  if (const std::optional<simdata::TimeRange> range = simdata::sweepTimeRange(sweep)) {
+    startTime = range->start;
+    stopTime = range->stop;
+  }
+}
+
+void zeAnalyzeNetlist::getTimeRangeIndices(const simdata::Value* waveform, int& startIndex,
                                            int& stopIndex) {
-  startIndex = 0;
-  stopIndex = 2147483647;
+  simdata::timeRangeIndices(waveform != nullptr ? waveform->xVector() : nullptr, startTime,
+                            stopTime, startIndex, stopIndex);
 }
-int zeAnalyzeNetlist::processCreateNetlistCmd(const ArgList*) {
-  return logUnavailable("createNetlist");
+
+int zeAnalyzeNetlist::processCreateNetlistCmd(const ArgList* args) {
+  simdata::resetError();
+  const char* fileName = argAt(args, 0);
+  if (fileName == nullptr) {
+    logMsg(kError, true, "%s: createNetlist command requires a file name.\n", kProgramName);
+    return 1;
+  }
+  FilePtr file(std::fopen(fileName, "w+"));
+  if (!file) {
+    logMsg(kError, true, "%s: Unable to create netlist file %s.\n", kProgramName, fileName);
+    return 1;
+  }
+  if (!resultsDir) {
+    logMsg(kError, true, kMustOpen, kProgramName);
+    return 1;
+  }
+  if (analysis == nullptr) {
+    logMsg(kError, true, kMustSelect, kProgramName);
+    return 1;
+  }
+  const simdata::SignalList* signals = analysis->signals();
+  if (signals == nullptr) {
+    logMsg(kError, true, kNoSignals, kProgramName);
+    printLastError();
+    return 1;
+  }
+  // One instance between each pair of neighbouring signals; signal 0 (the axis) is left out.
+  for (int i = 1; i + 1 < signals->count(); ++i) {
+    std::fprintf(file.get(), "R%d\t%s\t%s\n", i, signals->at(i)->name1.c_str(),
+                 signals->at(i + 1)->name1.c_str());
+  }
+  return 0;
 }
-int zeAnalyzeNetlist::processSaveAnalysisInfoCmd(const ArgList*, std::vector<std::string>&) {
-  return logUnavailable("saveAnalysisInfo");
+
+int zeAnalyzeNetlist::processSaveAnalysisInfoCmd(const ArgList* args,
+                                                 std::vector<std::string>& info) {
+  simdata::resetError();
+  if (args == nullptr || args->empty()) {
+    logMsg(kError, true, kNeedsFileName, kProgramName, "saveAnalysisInfo");
+    return 1;
+  }
+  FilePtr file;
+  if (writeOutputFiles) {
+    const char* fileName = argAt(args, 0);
+    file.reset(std::fopen(fileName, "w+"));
+    if (!file) {
+      logMsg(kError, true, kCannotWrite, "saveAnalysisInfo", fileName);
+      return 1;
+    }
+  }
+  if (!resultsDir) {
+    logMsg(kError, true, kMustOpenLower, "saveAnalysisInfo");
+    return 1;
+  }
+  startTime = -1.0;
+  stopTime = -1.0;
+  std::vector<std::string> lines;
+  if (!hasDatasets(*resultsDir)) {
+    logMsg(kError, true, kNotValidDir, "saveAnalysisInfo", resultsDir->name());
+  } else {
+    const bool useDatabase = args->size() > 2 && (*args)[1] == "-muroDBFile";
+    const simdata::DatasetArray* datasets = resultsDir->datasets();
+    for (int i = 0; i < datasets->count(); ++i) {
+      simdata::Dataset* dataset = datasets->at(i);
+      const char* name = dataset->name();
+      const char* type = dataset->analysisType();
+      if (name == nullptr || type == nullptr || !simdata::analysisFilter(type)) {
+        continue;
+      }
+      lines.emplace_back(name);
+      lines.emplace_back(type);
+      const simdata::Sweep* sweep = dataset->sweep();
+      const bool transientByName =
+          std::strcmp(type, "tran") == 0 || std::strcmp(type, "logic simulation") == 0;
+      if (sweep == nullptr && !(useDatabase && transientByName)) {
+        lines.emplace_back("dc");
+        continue;
+      }
+      lines.emplace_back("tran");
+      // The range carries over: a dataset without a usable range reports the earlier one.
+      getStartStopTimeRange(sweep);
+      if (useDatabase) {
+        updateStartStopTimeFromDBFile((*args)[2].c_str());
+      }
+      char range[128];
+      if (startTime < 0.0 || stopTime < 0.0) {
+        std::snprintf(range, sizeof range, "#TimeRange %s %s", "NaN", "NaN");
+      } else {
+        std::snprintf(range, sizeof range, "#TimeRange %e %e", startTime, stopTime);
+      }
+      lines.emplace_back(range);
+    }
+  }
+  if (!file) {
+    info.insert(info.end(), lines.begin(), lines.end());
+    return 0;
+  }
+  if (!lines.empty()) {
+    std::fputs("#SimDataIsValid\n#AnalysisType\n", file.get());
+  } else {
+    std::fputs("#SimDataIsInvalid\n", file.get());
+    logMsg(kError, true, "%s: no tran/dc data found in directory %s.\n", "saveAnalysisInfo",
+           resultsDir->name());
+  }
+  for (const std::string& line : lines) {
+    std::fprintf(file.get(), "%s\n", line.c_str());
+  }
+  return 0;
 }

@@ -1,0 +1,33 @@
+#pragma once
+// A read-only memory map of a whole file. Results files can be far larger than memory would
+// comfortably hold twice, so readers look at the mapped bytes instead of copying them.
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace simdata {
+
+class MappedFile {
+ public:
+  MappedFile() = default;
+  ~MappedFile();
+  MappedFile(const MappedFile&) = delete;
+  MappedFile& operator=(const MappedFile&) = delete;
+  MappedFile(MappedFile&& other) noexcept;
+  MappedFile& operator=(MappedFile&& other) noexcept;
+
+  /// Maps the file; false with `error` set when it cannot be opened or mapped. An empty file
+  /// maps to an empty view.
+  bool open(const std::string& path, std::string& error);
+  const char* data() const { return data_; }
+  size_t size() const { return size_; }
+  std::string_view view() const { return {data_ != nullptr ? data_ : "", size_}; }
+
+ private:
+  void unmap();
+  const char* data_ = nullptr;
+  size_t size_ = 0;
+};
+
+}  // namespace simdata
