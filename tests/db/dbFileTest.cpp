@@ -1,0 +1,520 @@
+#include "db/dbFile.h"
+
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cctype>
+#include <cmath>
+#include <cstring>
+#include <functional>
+#include <limits>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "db/headerParameters.h"
+#include "support/testFiles.h"
+
+namespace {
+
+using kraDB::Encryptor;
+using kraDB::kraDBFile;
+using testing_support::readFile;
+using testing_support::ScratchDir;
+using testing_support::writeFile;
+
+const std::string kStandard =
+    "<><><>;<architecture>64<\\architecture>;<version>5<\\version>;<\\><\\><\\>;\n";
+
+std::string bytesOf(std::initializer_list<int> values) {
+  std::string out;
+  for (int v : values) {
+    out.push_back(static_cast<char>(v));
+  }
+  return out;
+}
+
+std::string le64(uint64_t value) {
+  std::string out;
+  for (int i = 0; i < 8; ++i) {
+    out.push_back(static_cast<char>(value >> (8 * i)));
+  }
+  return out;
+}
+std::string f64(double value) { return le64(std::bit_cast<uint64_t>(value)); }
+std::string le32(uint32_t value) { return le64(value).substr(0, 4); }
+
+/// The plain (unscrambled) bytes of an IR record.
+std::string plainIR(const std::string& name, const std::vector<double>& values) {
+  std::string out = le64(name.size()) + name;
+  for (double v : values) {
+    out += f64(v);
+  }
+  return out;
+}
+
+/// A record block made by hand: key length, key, then `plain` scrambled with that key.
+std::string block(const std::vector<uint8_t>& key, const std::string& plain) {
+  std::vector<uint8_t> bytes(plain.begin(), plain.end());
+  Encryptor(key).encrypt(bytes.data(), bytes.size());
+  return le32(static_cast<uint32_t>(key.size())) + std::string(key.begin(), key.end()) +
+         std::string(bytes.begin(), bytes.end());
+}
+
+/// A whole database made by hand around the given blocks and pointer table.
+std::string database(int64_t irOffset, int64_t irCount, int64_t emOffset, int64_t emCount,
+                     const std::string& blocks, const std::string& header = kStandard) {
+  std::string bytes = header;
+  bytes.resize(1024, '\0');
+  bytes += std::string(48, ' ') + f64(25.0) + f64(1e-9) + f64(2e-6);
+  bytes += le64(irOffset) + le64(irCount) + le64(emOffset) + le64(emCount);
+  return bytes + blocks;
+}
+
+std::vector<IRRecord> readAllIR(kraDBFile& db) {
+  std::vector<IRRecord> records;
+  while (auto record = db.getNextIR()) {
+    records.push_back(*record);
+  }
+  return records;
+}
+
+std::vector<kraDB::kraDBEMNode> readAllEM(kraDBFile& db) {
+  std::vector<kraDB::kraDBEMNode> records;
+  while (auto record = db.getNextEM()) {
+    records.push_back(*record);
+  }
+  return records;
+}
+
+bool sameBits(double a, double b) {
+  return std::bit_cast<uint64_t>(a) == std::bit_cast<uint64_t>(b);
+}
+
+std::string errorOf(const std::function<void()>& action) {
+  try {
+    action();
+  } catch (const std::runtime_error& error) {
+    return error.what();
+  }
+  return "(no error)";
+}
+
+TEST(DbFile, SmallFileMatchesTheLayoutByteByByte) {
+  ScratchDir dir;
+  const std::string path = dir.file("small.db");
+  {
+    kraDBFile db(path, 25.0, 0.0, 1.0, 5.0f, Encryptor({0x11, 0x22, 0x33}), Encryptor({0x05}));
+    db.addIR("A", 0.0, 1.0, 2.0, 0.0, -2.0, 0.5);
+    db.addEM("", 0.0, 0.0, 0.0, 0.0, 0.0, 1, -1);
+  }
+  std::string expected = kStandard;
+  expected.resize(1024, '\0');
+  expected += std::string(kraDB::noticeField().data(), 48);
+  expected += bytesOf({0, 0, 0, 0, 0, 0, 0x39, 0x40});        // temperature 25.0
+  expected += bytesOf({0, 0, 0, 0, 0, 0, 0, 0});              // start 0.0
+  expected += bytesOf({0, 0, 0, 0, 0, 0, 0xf0, 0x3f});        // stop 1.0
+  expected += bytesOf({0x68, 0x04, 0, 0, 0, 0, 0, 0});        // IR block at 1128
+  expected += bytesOf({1, 0, 0, 0, 0, 0, 0, 0});              // 1 IR record
+  expected += bytesOf({0xa8, 0x04, 0, 0, 0, 0, 0, 0});        // EM block at 1192
+  expected += bytesOf({1, 0, 0, 0, 0, 0, 0, 0});              // 1 EM record
+  // IR block: key {11 22 33}, so the key bytes run 22 33 11 22 ... The chain c is the XOR of
+  // the plain bytes so far and each byte is written as k ^ c (worked out by hand).
+  expected += bytesOf({3, 0, 0, 0, 0x11, 0x22, 0x33});
+  expected += bytesOf({0x23, 0x32, 0x10, 0x23, 0x32, 0x10, 0x23, 0x32});  // length 1, c=01
+  expected += bytesOf({0x51});                                            // 'A', c=40
+  expected += bytesOf({0x62, 0x73, 0x51, 0x62, 0x73, 0x51, 0x62, 0x73});  // rms 0
+  expected += bytesOf({0x51, 0x62, 0x73, 0x51, 0x62, 0x73, 0xa1, 0xad});  // avg 1.0, c=8f
+  expected += bytesOf({0xbc, 0x9e, 0xad, 0xbc, 0x9e, 0xad, 0xbc, 0xde});  // peak 2.0, c=cf
+  expected += bytesOf({0xed, 0xfc, 0xde, 0xed, 0xfc, 0xde, 0xed, 0xfc});  // tpeak 0
+  expected += bytesOf({0xde, 0xed, 0xfc, 0xde, 0xed, 0xfc, 0xde, 0x2d});  // min -2.0, c=0f
+  expected += bytesOf({0x3c, 0x1e, 0x2d, 0x3c, 0x1e, 0x2d, 0xdc, 0xc1});  // tmin 0.5, c=d0
+  // EM block: a one-byte key is used for every byte (K[0] at each wrap).
+  expected += bytesOf({1, 0, 0, 0, 0x05});
+  expected += std::string(48, '\x05');                                    // length 0, 5 zeros
+  expected += bytesOf({0x04, 0x04, 0x04, 0x04, 0x04, 0x04, 0x04, 0x04});  // term1 1, c=01
+  expected += bytesOf({0xfb, 0x04, 0xfb, 0x04, 0xfb, 0x04, 0xfb, 0x04});  // term2 -1
+  ASSERT_EQ(expected.size(), 1261u);
+  const std::string actual = readFile(path);
+  ASSERT_EQ(actual.size(), expected.size());
+  for (size_t i = 0; i < expected.size(); ++i) {
+    ASSERT_EQ(static_cast<uint8_t>(actual[i]), static_cast<uint8_t>(expected[i]))
+        << "byte " << i;
+  }
+  EXPECT_EQ(actual[1024], ' ');
+  for (size_t i = 1025; i < 1072; ++i) {
+    EXPECT_TRUE(std::isprint(static_cast<unsigned char>(actual[i]))) << i;
+  }
+}
+
+TEST(DbFile, HeaderTextPrintsTheVersionLikeAStream) {
+  EXPECT_EQ(kraDB::formatHeaderText(5.0f), kStandard);
+  EXPECT_EQ(kraDB::formatHeaderText(4.9f),
+            "<><><>;<architecture>64<\\architecture>;<version>4.9<\\version>;<\\><\\><\\>;\n");
+  EXPECT_EQ(kraDB::formatHeaderText(12.25f),
+            "<><><>;<architecture>64<\\architecture>;<version>12.25<\\version>;<\\><\\><\\>;\n");
+}
+
+TEST(DbFile, RecordsRoundTripBitExactInEitherBlockOrder) {
+  ScratchDir dir;
+  std::mt19937_64 random(3);
+  const double specials[] = {0.0,
+                             -0.0,
+                             std::numeric_limits<double>::infinity(),
+                             -std::numeric_limits<double>::infinity(),
+                             std::numeric_limits<double>::quiet_NaN(),
+                             std::numeric_limits<double>::denorm_min(),
+                             std::numeric_limits<double>::max(),
+                             1e-300};
+  std::vector<IRRecord> irs;
+  std::vector<kraDB::kraDBEMNode> ems;
+  for (size_t length : {0, 1, 7, 255, 256, 257, 300, 513, 20}) {
+    IRRecord ir;
+    kraDB::kraDBEMNode em;
+    for (size_t i = 0; i < length; ++i) {
+      ir.name.push_back(static_cast<char>(random()));  // any byte, zero included
+      em.name.push_back(static_cast<char>('a' + i % 26));
+    }
+    double* irFields[] = {&ir.rms, &ir.avg, &ir.peak, &ir.tpeak, &ir.min, &ir.tmin};
+    double* emFields[] = {&em.rms, &em.avg, &em.peak, &em.tpeak, &em.avgPos};
+    for (size_t f = 0; f < 6; ++f) {
+      *irFields[f] = (length + f) % 3 == 0 ? specials[(length + f) % 8]
+                                           : std::bit_cast<double>(random() & ~(1ull << 62));
+    }
+    for (size_t f = 0; f < 5; ++f) {
+      *emFields[f] = specials[(length * 5 + f) % 8];
+    }
+    em.term1 = static_cast<int64_t>(random());
+    em.term2 = length % 2 == 0 ? std::numeric_limits<int64_t>::min() : -1;
+    irs.push_back(ir);
+    ems.push_back(em);
+  }
+  for (bool emFirst : {false, true}) {
+    SCOPED_TRACE(emFirst ? "EM block first" : "IR block first");
+    const std::string path = dir.file("round.db");
+    {
+      kraDBFile db(path, 85.5, -1e-9, 3e-6, 5.0f);
+      auto writeIR = [&] {
+        for (const auto& r : irs) {
+          db.addIR(r.name, r.rms, r.avg, r.peak, r.tpeak, r.min, r.tmin);
+        }
+      };
+      auto writeEM = [&] {
+        for (const auto& r : ems) {
+          db.addEM(r.name, r.rms, r.avg, r.peak, r.tpeak, r.avgPos, r.term1, r.term2);
+        }
+      };
+      if (emFirst) {
+        writeEM();
+        writeIR();
+      } else {
+        writeIR();
+        writeEM();
+      }
+      db.closeFile();
+      EXPECT_FALSE(db.failed());
+    }
+    kraDBFile db(path);
+    EXPECT_EQ(db.getVersion(), 5.0f);
+    EXPECT_EQ(db.getTemperature(), 85.5);
+    EXPECT_EQ(db.getStartTime(), -1e-9);
+    EXPECT_EQ(db.getStopTime(), 3e-6);
+    EXPECT_EQ(db.getRecordCount(kraDB::eIR), 9);
+    EXPECT_EQ(db.getRecordCount(kraDB::eEM), 9);
+    EXPECT_EQ(db.getBlockOffset(emFirst ? kraDB::eEM : kraDB::eIR), kraDB::kFirstBlockOffset);
+    // Reading EM before IR works too: each block is found through the pointer table.
+    const auto gotEM = readAllEM(db);
+    const auto gotIR = readAllIR(db);
+    ASSERT_EQ(gotIR.size(), irs.size());
+    ASSERT_EQ(gotEM.size(), ems.size());
+    for (size_t i = 0; i < irs.size(); ++i) {
+      SCOPED_TRACE(i);
+      EXPECT_EQ(gotIR[i].name, irs[i].name);
+      EXPECT_TRUE(sameBits(gotIR[i].rms, irs[i].rms));
+      EXPECT_TRUE(sameBits(gotIR[i].avg, irs[i].avg));
+      EXPECT_TRUE(sameBits(gotIR[i].peak, irs[i].peak));
+      EXPECT_TRUE(sameBits(gotIR[i].tpeak, irs[i].tpeak));
+      EXPECT_TRUE(sameBits(gotIR[i].min, irs[i].min));
+      EXPECT_TRUE(sameBits(gotIR[i].tmin, irs[i].tmin));
+      EXPECT_EQ(gotIR[i].reserved, 0);
+      EXPECT_EQ(gotEM[i].name, ems[i].name);
+      EXPECT_TRUE(sameBits(gotEM[i].rms, ems[i].rms));
+      EXPECT_TRUE(sameBits(gotEM[i].avg, ems[i].avg));
+      EXPECT_TRUE(sameBits(gotEM[i].peak, ems[i].peak));
+      EXPECT_TRUE(sameBits(gotEM[i].tpeak, ems[i].tpeak));
+      EXPECT_TRUE(sameBits(gotEM[i].avgPos, ems[i].avgPos));
+      EXPECT_EQ(gotEM[i].avgNeg, 0.0);
+      EXPECT_EQ(gotEM[i].term1, ems[i].term1);
+      EXPECT_EQ(gotEM[i].term2, ems[i].term2);
+      EXPECT_EQ(gotEM[i].index, -1);
+      EXPECT_EQ(gotEM[i].aux1 | gotEM[i].aux2 | gotEM[i].aux3, 0);
+    }
+    // Null stays null.
+    EXPECT_EQ(db.getNextIR(), nullptr);
+    EXPECT_EQ(db.getNextEM(), nullptr);
+  }
+}
+
+TEST(DbFile, LongNameIsOneLengthAndItsBytesWhateverTheChunks) {
+  ScratchDir dir;
+  const std::string path = dir.file("long.db");
+  const std::vector<uint8_t> key(100, 0x3c);
+  const std::string name(300, 'n');
+  {
+    kraDBFile db(path, 25.0, 0.0, 1.0, 5.0f, Encryptor(key), Encryptor({1}));
+    db.addIR(name, 1, 2, 3, 4, 5, 6);
+    db.addEM("r", 1, 2, 3, 4, 5, 6, 7);
+  }
+  kraDBFile db(path);
+  EXPECT_EQ(db.getBlockOffset(kraDB::eEM) - db.getBlockOffset(kraDB::eIR), 4 + 100 + 8 + 300 + 48);
+  // The block equals the hand-made one: chunking through 256 bytes is not visible.
+  const std::string bytes = readFile(path);
+  EXPECT_EQ(bytes.substr(1128, 460), block(key, plainIR(name, {1, 2, 3, 4, 5, 6})));
+  auto record = db.getNextIR();
+  ASSERT_NE(record, nullptr);
+  EXPECT_EQ(record->name, name);
+  EXPECT_EQ(record->tmin, 6.0);
+}
+
+TEST(DbFile, EmptyBlocksKeepAZeroPointerTable) {
+  ScratchDir dir;
+  const std::string path = dir.file("empty.db");
+  { kraDBFile db(path, 25.0, 0.0, 1.0, 5.0f); }
+  const std::string bytes = readFile(path);
+  ASSERT_EQ(bytes.size(), 1128u);
+  EXPECT_EQ(bytes.substr(1096), std::string(32, '\0'));
+  kraDBFile db(path);
+  EXPECT_EQ(db.getNextIR(), nullptr);
+  EXPECT_EQ(db.getNextEM(), nullptr);
+}
+
+TEST(DbFile, ReaderDefaultsCoverMissingConditions) {
+  ScratchDir dir;
+  std::string header = kStandard;
+  header.resize(1024, '\0');
+  const struct {
+    const char* label;
+    std::string bytes;
+    double temperature, start, stop;
+  } cases[] = {
+      {"header only", header, 110.0, 0.0, 1e-7},
+      {"header and notice", header + std::string(48, ' '), 110.0, 0.0, 1e-7},
+      {"temperature only", header + std::string(48, ' ') + f64(25.0), 25.0, 0.0, 1e-7},
+      {"all conditions", header + std::string(48, ' ') + f64(25.0) + f64(-1.0) + f64(-2.0), 25.0,
+       -1.0, -2.0},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.label);
+    writeFile(dir.file("db"), c.bytes);
+    kraDBFile db(dir.file("db"));
+    EXPECT_EQ(db.getTemperature(), c.temperature);
+    EXPECT_EQ(db.getStartTime(), c.start);
+    EXPECT_EQ(db.getStopTime(), c.stop);
+    EXPECT_EQ(db.getNextIR(), nullptr);
+    EXPECT_EQ(db.getNextEM(), nullptr);
+  }
+}
+
+TEST(DbFile, OpeningErrorsCarryTheirTexts) {
+  ScratchDir dir;
+  const std::string missing = dir.file("missing.db");
+  const std::string shortFile = dir.file("short.db");
+  writeFile(shortFile, kStandard);  // tags of version 5 but only 80 bytes
+  const std::string noZero = dir.file("nozero.db");
+  writeFile(noZero, kStandard + std::string(1024 - kStandard.size() + 100, 'x'));
+  const std::string legacy = dir.file("legacy.db");
+  writeFile(legacy, std::string(96, 'x') + "begin" + std::string(3000, 'x'));
+  const std::string old = dir.file("old.db");
+  std::string oldHeader = "<><><>;<version>4.89999<\\version>;<\\><\\><\\>;\n";
+  oldHeader.resize(2000, '\0');
+  writeFile(old, oldHeader);
+  const std::string db32 = dir.file("db32.db");
+  std::string header32 = "<><><>;<architecture>32<\\architecture>;<version>5<\\version>;<\\><\\><\\>;\n";
+  header32.resize(2000, '\0');
+  writeFile(db32, header32);
+
+  const struct {
+    const char* label;
+    std::string path;
+    std::string text;
+  } cases[] = {
+      {"missing", missing, "Error in opening EMIR database file '" + missing + "'\n"},
+      {"directory", dir.path().string(),
+       "Error in opening EMIR database file '" + dir.path().string() + "'\n"},
+      {"short", shortFile, "The file '" + shortFile + "'is not a  EMIR database file.\n"},
+      {"no zero in header", noZero, "The file '" + noZero + "'is not a  EMIR database file.\n"},
+      {"tag-less legacy", legacy, kraDB::legacyReadError(legacy)},
+      {"version 4.89999", old, kraDB::legacyReadError(old)},
+      {"32-bit", db32, kraDB::k32BitDatabaseError},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.label);
+    EXPECT_EQ(errorOf([&] { kraDBFile db(c.path); }), c.text);
+  }
+  EXPECT_NE(kraDB::legacyReadError(legacy).find(legacy), std::string::npos);
+  EXPECT_NE(kraDB::legacyReadError(legacy).find("not supported"), std::string::npos);
+
+  const std::string unwritable = dir.file("no/such/dir/out.db");
+  EXPECT_EQ(errorOf([&] { kraDBFile db(unwritable, 25, 0, 1, 5.0f); }),
+            "Error in opening EMIR database file '" + unwritable + "'\n");
+  const std::string oldOut = dir.file("old-out.db");
+  EXPECT_EQ(errorOf([&] { kraDBFile db(oldOut, 25, 0, 1, 4.8f); }),
+            kraDB::legacyWriteError(oldOut));
+  EXPECT_FALSE(std::filesystem::exists(oldOut));
+}
+
+/// The record the format defines when only the first `available` plain bytes of `plain` are
+/// in the file: the name stops at the end of the file, missing bytes of numbers are zero.
+IRRecord expectedCut(const std::string& plain, size_t available) {
+  std::string present = plain.substr(0, available);
+  IRRecord record;
+  std::string lengthBytes = present.substr(0, 8);
+  lengthBytes.resize(8, '\0');
+  uint64_t length = 0;
+  std::memcpy(&length, lengthBytes.data(), 8);
+  if (present.size() > 8) {
+    record.name = present.substr(8, length);
+  }
+  std::string tail = present.size() > 8 + length ? present.substr(8 + length) : std::string();
+  tail.resize(48, '\0');
+  double* fields[] = {&record.rms, &record.avg, &record.peak, &record.tpeak, &record.min,
+                      &record.tmin};
+  for (size_t i = 0; i < 6; ++i) {
+    std::memcpy(fields[i], tail.data() + 8 * i, 8);
+  }
+  return record;
+}
+
+TEST(DbFile, FileCutInsideTheLastRecordGivesAPartialRecordAndNoMore) {
+  ScratchDir dir;
+  const std::vector<double> last = {1.5, -2.25, 1.0000000000000002, 3e-9, -7.0, 4e-12};
+  const std::string lastPlain = plainIR("node_3", last);
+  const std::string full = dir.file("full.db");
+  {
+    kraDBFile db(full, 25.0, 0.0, 1.0, 5.0f);
+    db.addIR("node_1", 1, 2, 3, 4, 5, 6);
+    db.addIR("node_2", 7, 8, 9, 10, 11, 12);
+    db.addIR("node_3", last[0], last[1], last[2], last[3], last[4], last[5]);
+  }
+  const std::string bytes = readFile(full);
+  for (size_t cut = 1; cut <= lastPlain.size(); ++cut) {
+    SCOPED_TRACE("cut " + std::to_string(cut));
+    writeFile(dir.file("cut.db"), bytes.substr(0, bytes.size() - cut));
+    kraDBFile db(dir.file("cut.db"));
+    EXPECT_EQ(db.getRecordCount(kraDB::eIR), 3);  // the table still claims three
+    const auto records = readAllIR(db);
+    const size_t available = lastPlain.size() - cut;
+    ASSERT_EQ(records.size(), available == 0 ? 2u : 3u);
+    EXPECT_EQ(records[1].name, "node_2");
+    EXPECT_EQ(records[1].tmin, 12.0);
+    if (available > 0) {
+      const IRRecord want = expectedCut(lastPlain, available);
+      const IRRecord& got = records[2];
+      EXPECT_EQ(got.name, want.name);
+      EXPECT_TRUE(sameBits(got.rms, want.rms));
+      EXPECT_TRUE(sameBits(got.avg, want.avg));
+      EXPECT_TRUE(sameBits(got.peak, want.peak));
+      EXPECT_TRUE(sameBits(got.tpeak, want.tpeak));
+      EXPECT_TRUE(sameBits(got.min, want.min));
+      EXPECT_TRUE(sameBits(got.tmin, want.tmin));
+    }
+    EXPECT_EQ(db.getNextIR(), nullptr);
+  }
+}
+
+TEST(DbFile, DamagedTablesAndLengthsNeverMakeRecordsFromNothing) {
+  ScratchDir dir;
+  const std::vector<uint8_t> key = {9, 8, 7, 6, 5};
+  const std::string two = plainIR("a", {1, 2, 3, 4, 5, 6}) + plainIR("b", {7, 8, 9, 10, 11, 12});
+  const int64_t first = kraDB::kFirstBlockOffset;
+  /// A record whose name length is `length` followed by the given plain tail.
+  auto withLength = [](int64_t length, const std::string& rest) {
+    return le64(static_cast<uint64_t>(length)) + rest;
+  };
+  const struct {
+    const char* label;
+    std::string bytes;
+    std::vector<std::string> names;
+    double firstTmin;  // tmin of the first record read, when there is one
+  } cases[] = {
+      {"table claims more records", database(first, 1000, 0, 0, block(key, two)), {"a", "b"}, 6},
+      {"negative count", database(first, -3, 0, 0, block(key, two)), {}, 0},
+      {"offset past the end", database(int64_t{1} << 40, 2, 0, 0, block(key, two)), {}, 0},
+      {"offset at the end", database(first + 50, 2, 0, 0, block(key, two).substr(0, 50)), {}, 0},
+      {"negative offset", database(-8, 2, 0, 0, block(key, two)), {}, 0},
+      {"offset 0 reads the header as a key",
+       database(0, 2, 0, 0, block(key, two)), {}, 0},
+      {"largest key length",
+       database(first, 2, 0, 0, le32(0xffffffffu) + std::string(64, '\x01')), {}, 0},
+      {"key length past the end",
+       database(first, 2, 0, 0, le32(1000) + std::string(10, '\x01')), {}, 0},
+      {"negative name length",
+       database(first, 1, 0, 0, block(key, withLength(-5, f64(1) + f64(2) + f64(3) + f64(4) +
+                                                              f64(5) + f64(6)))),
+       {""}, 6},
+      {"name length past the end",
+       database(first, 5, 0, 0, block(key, withLength(1000, "partial name"))),
+       {"partial name"}, 0},
+      {"largest name length",
+       database(first, 5, 0, 0,
+                block(key, withLength(std::numeric_limits<int64_t>::max(), "xyz"))),
+       {"xyz"}, 0},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.label);
+    writeFile(dir.file("bad.db"), c.bytes);
+    kraDBFile db(dir.file("bad.db"));
+    const auto records = readAllIR(db);
+    std::vector<std::string> names;
+    for (const auto& r : records) {
+      names.push_back(r.name);
+    }
+    EXPECT_EQ(names, c.names);
+    if (!records.empty()) {
+      EXPECT_EQ(records[0].tmin, c.firstTmin);
+    }
+    EXPECT_EQ(db.getNextIR(), nullptr);
+    EXPECT_EQ(db.getNextEM(), nullptr);
+  }
+}
+
+TEST(DbFile, RandomDamageNeverCrashesOrOverreads) {
+  ScratchDir dir;
+  const std::string path = dir.file("good.db");
+  {
+    kraDBFile db(path, 25.0, 0.0, 1.0, 5.0f, Encryptor({1, 2, 3}), Encryptor({4, 5}));
+    for (int i = 0; i < 20; ++i) {
+      db.addIR("ir" + std::to_string(i), i, i, i, i, i, i);
+    }
+    for (int i = 0; i < 20; ++i) {
+      db.addEM("em" + std::to_string(i), i, i, i, i, i, i, -i);
+    }
+  }
+  const std::string good = readFile(path);
+  std::mt19937 random(99);
+  for (int round = 0; round < 1500; ++round) {
+    std::string bytes = good;
+    const int edits = 1 + static_cast<int>(random() % 8);
+    for (int e = 0; e < edits; ++e) {
+      // Damage the table and the blocks mostly; the header now and then.
+      const size_t at = random() % 8 == 0 ? random() % bytes.size()
+                                          : 1096 + random() % (bytes.size() - 1096);
+      bytes[at] = static_cast<char>(random());
+    }
+    if (random() % 3 == 0) {
+      bytes.resize(random() % bytes.size());
+    }
+    writeFile(dir.file("bad.db"), bytes);
+    try {
+      kraDBFile db(dir.file("bad.db"));
+      size_t records = readAllIR(db).size() + readAllEM(db).size();
+      // Every record is made from at least one byte of the file.
+      ASSERT_LE(records, bytes.size()) << "round " << round;
+    } catch (const std::runtime_error&) {
+      // A damaged header is reported; that is fine.
+    }
+  }
+}
+
+}  // namespace
