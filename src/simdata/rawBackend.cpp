@@ -64,7 +64,7 @@ bool plotHasAxis(const Plot& plot) {
 }
 
 std::string bareName(std::string_view name) {
-  if (name.size() >= 3 && (name[0] == 'v' || name[0] == 'V') && name[1] == '(' &&
+  if (name.size() >= 4 && (name[0] == 'v' || name[0] == 'V') && name[1] == '(' &&
       name.back() == ')') {
     return std::string(name.substr(2, name.size() - 3));
   }

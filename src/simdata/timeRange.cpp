@@ -7,6 +7,15 @@
 
 namespace simdata {
 
+namespace {
+
+// g++ 12 at -O2 miscompiles two float round trips stored as a pair: the SLP vectorizer keeps
+// the original doubles (min 0.1 stays 0.1 instead of becoming 0.1f). Widening out of line
+// keeps the narrowing visible.
+[[gnu::noinline]] double widen(float value) { return static_cast<double>(value); }
+
+}  // namespace
+
 std::optional<TimeRange> sweepTimeRange(const Sweep* sweep) {
   if (sweep == nullptr) {
     return std::nullopt;
@@ -24,8 +33,7 @@ std::optional<TimeRange> sweepTimeRange(const Sweep* sweep) {
                            static_cast<double>(range->maxInt())};
         break;
       case kFloat32:
-        result = TimeRange{static_cast<double>(range->minFloat()),
-                           static_cast<double>(range->maxFloat())};
+        result = TimeRange{widen(range->minFloat()), widen(range->maxFloat())};
         break;
       case kFloat64:
         result = TimeRange{range->min, range->max};

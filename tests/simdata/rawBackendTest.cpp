@@ -1,0 +1,259 @@
+#include "simdata/rawBackend.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "support/testFiles.h"
+
+using simdata::Dataset;
+using simdata::RawBackend;
+using simdata::ResultsDir;
+using simdata::Signal;
+using simdata::SignalArray;
+using simdata::Value;
+using testing_support::ScratchDir;
+
+namespace {
+
+std::string fixture(const std::string& name) {
+  return std::string(KRA2_SOURCE_DIR) + "/tests/data/ngspice/" + name;
+}
+
+void copyFixture(const std::string& name, const ScratchDir& dir, const std::string& as = "") {
+  std::filesystem::copy_file(fixture(name), dir.file(as.empty() ? name : as));
+}
+
+TEST(RawNaming, KindsTypesAndBareNames) {
+  struct KindCase {
+    const char* plotname;
+    const char* kind;
+    const char* type;
+  };
+  const KindCase kinds[] = {
+      {"Transient Analysis", "tran", "tran"},
+      {"Operating Point", "op", "dc"},
+      {"DC operating point", "op", "dc"},
+      {"DC transfer characteristic", "dc", "dc"},
+      {"AC Analysis", "ac", "ac"},
+      {"Step Analysis: Step 1 of 3 params: x AC Analysis", "ac", "ac"},
+      {"Noise Spectral Density Curves", "noise", "noise"},
+      {"Integrated Noise", "noise", "noise"},
+      {"Transfer Function", "tf", "tf"},
+      {"Sensitivity Analysis", "sens", "sens"},
+      {"Pole-Zero Analysis", "pz", "pz"},
+      {"Distortion Analysis", "disto", "disto"},
+      {"SP Analysis", "sp", "sp"},
+      {"  ", "plot", "plot"},
+  };
+  for (const KindCase& c : kinds) {
+    SCOPED_TRACE(c.plotname);
+    const std::string kind = simdata::raw::analysisKind(c.plotname);
+    EXPECT_EQ(kind, c.kind);
+    EXPECT_EQ(simdata::raw::analysisTypeOfKind(kind), c.type);
+  }
+  const std::pair<const char*, const char*> names[] = {
+      {"v(n1)", "n1"},   {"V(N001)", "N001"}, {"i(vdd)", "i(vdd)"}, {"time", "time"},
+      {"v()", "v()"},    {"v(a", "v(a"},      {"vdd#branch", "vdd#branch"},
+      {"v(a,b)", "a,b"},
+  };
+  for (const auto& [written, bare] : names) {
+    EXPECT_EQ(simdata::raw::bareName(written), bare) << written;
+  }
+}
+
+TEST(RawBackend, RecognisesFoldersAndFiles) {
+  ScratchDir dir;
+  RawBackend backend;
+  std::filesystem::create_directory(dir.file("plain"));
+  testing_support::writeFile(dir.file("plain/notes.txt"), "Title: x\n");
+  std::filesystem::create_directory(dir.file("results"));
+  copyFixture("rc_op.raw", dir, "results/a.RAW");
+  copyFixture("rc_op.raw", dir, "named.out");
+  testing_support::writeFile(dir.file("other.txt"), "hello\n");
+  EXPECT_FALSE(backend.recognises(dir.file("plain")));
+  EXPECT_FALSE(backend.recognises(dir.file("missing")));
+  EXPECT_FALSE(backend.recognises(dir.file("other.txt")));
+  EXPECT_TRUE(backend.recognises(dir.file("results")));
+  EXPECT_TRUE(backend.recognises(dir.file("results/a.RAW")));
+  EXPECT_TRUE(backend.recognises(dir.file("named.out")));
+}
+
+// Files in name order, plots in file order; a kind seen before gets 2, 3, ...
+TEST(RawBackend, FolderDatasetsAreNamedByKindAcrossFiles) {
+  ScratchDir dir;
+  for (const char* name : {"rc_two_tran.raw", "rc_batch.raw", "rc_op.raw", "rc_tran.bin.raw"}) {
+    copyFixture(name, dir);
+  }
+  testing_support::writeFile(dir.file("ignored.txt"), "not raw");
+  auto results = RawBackend().open(dir.path().string());
+  ASSERT_TRUE(results);
+  EXPECT_EQ(results->name(), dir.path().string());
+  const simdata::DatasetArray* datasets = results->datasets();
+  ASSERT_TRUE(datasets);
+  const std::vector<std::pair<std::string, std::string>> expected = {
+      {"dc", "dc"},      {"op", "dc"},      {"tran", "tran"},  // rc_batch.raw
+      {"op2", "dc"},                                          // rc_op.raw
+      {"tran2", "tran"},                                      // rc_tran.bin.raw
+      {"tran3", "tran"}, {"tran4", "tran"},                   // rc_two_tran.raw
+  };
+  ASSERT_EQ(datasets->count(), static_cast<int>(expected.size()));
+  for (int i = 0; i < datasets->count(); ++i) {
+    EXPECT_EQ(datasets->at(i)->name(), expected[i].first);
+    EXPECT_EQ(datasets->at(i)->analysisType(), expected[i].second);
+  }
+  // The second of the two appended runs has twice the capacitance, so its output rises
+  // more slowly: compare the two at the same time point.
+  Dataset* fast = results->findDataset("tran3");
+  Dataset* slow = results->findDataset("tran4");
+  auto a = fast->readValue("out");
+  auto b = slow->readValue("out");
+  ASSERT_TRUE(a && b);
+  ASSERT_EQ(a->xVector()->length(), b->xVector()->length());
+  const int p = 10;
+  ASSERT_EQ(a->xVector()->doubleAt(p), b->xVector()->doubleAt(p));
+  EXPECT_GT(a->yVector()->doubleAt(p), b->yVector()->doubleAt(p));
+  EXPECT_GT(b->yVector()->doubleAt(p), 0.0);
+}
+
+TEST(RawBackend, TransientSignalsSweepAndBulkRead) {
+  for (const char* name : {"rc_tran.ascii.raw", "rc_tran.bin.raw"}) {
+    SCOPED_TRACE(name);
+    auto results = RawBackend().open(fixture(name));
+    ASSERT_TRUE(results);
+    Dataset* tran = results->findDataset("tran");
+    ASSERT_TRUE(tran);
+    const simdata::Sweep* sweep = tran->sweep();
+    ASSERT_TRUE(sweep);
+    ASSERT_EQ(sweep->dimensionCount(), 1);
+    EXPECT_STREQ(sweep->name(0), "time");
+    ASSERT_TRUE(sweep->range(0));
+    EXPECT_EQ(sweep->range(0)->dataType, simdata::kFloat64);
+    EXPECT_EQ(sweep->range(0)->min, 0.0);
+    EXPECT_EQ(sweep->range(0)->max, 5.000000000000001e-07);  // the last time point as written
+
+    const simdata::SignalList* signals = tran->signals();
+    ASSERT_EQ(signals->count(), 4);
+    const char* expected[][3] = {{"time", "time", "time"},
+                                 {"in", "v(in)", "voltage"},
+                                 {"out", "v(out)", "voltage"},
+                                 {"i(v1)", "i(v1)", "current"}};
+    for (int i = 0; i < 4; ++i) {
+      EXPECT_EQ(signals->at(i)->name1, expected[i][0]);
+      EXPECT_EQ(signals->at(i)->name2, expected[i][1]);
+      EXPECT_EQ(signals->at(i)->typeName, expected[i][2]);
+    }
+    EXPECT_EQ(tran->findSignal("V(OUT)"), signals->at(2));
+    EXPECT_EQ(tran->findSignal("I(V1)"), signals->at(3));
+    EXPECT_EQ(tran->findSignal("nothere"), nullptr);
+
+    // A copy of a signal (as the run loop keeps them), a repeat, the scale, a null entry and
+    // a signal of another dataset.
+    const Signal copy = *signals->at(1);
+    const Signal foreign{"x", "v(x)", "voltage", 1};
+    SignalArray batch(6);
+    batch.add(signals->at(3));
+    batch.add(&copy);
+    batch.add(signals->at(3));
+    batch.add(signals->at(0));
+    batch.add(nullptr);
+    batch.add(&foreign);
+    auto values = tran->read(batch);
+    ASSERT_TRUE(values);
+    ASSERT_EQ(values->count(), 6);
+    EXPECT_EQ(values->at(4), nullptr);
+    EXPECT_EQ(values->at(5), nullptr);
+    const Value* current = values->at(0);
+    const Value* input = values->at(1);
+    ASSERT_TRUE(current && input && values->at(2) && values->at(3));
+    EXPECT_EQ(current->dimension(), 1);
+    EXPECT_EQ(current->kind(), simdata::kDataVectorValue);
+    EXPECT_STREQ(current->name(), "i(v1)");
+    EXPECT_STREQ(current->datasetName(), "tran");
+    EXPECT_STREQ(current->displayTitle(), "Transient Analysis");
+    EXPECT_STREQ(current->resultsDirName(), fixture(name).c_str());
+    // One time axis for the whole read.
+    EXPECT_EQ(current->xVector(), input->xVector());
+    EXPECT_EQ(current->xVector(), values->at(3)->yVector());
+    EXPECT_STREQ(current->xVector()->baseUnits(), "s");
+    EXPECT_STREQ(current->yVector()->baseUnits(), "A");
+    const simdata::DataVector* y = current->yVector();
+    EXPECT_EQ(y->elementType(), simdata::kFloat64);
+    ASSERT_EQ(y->length(), 69);
+    ASSERT_EQ(y->doubles().size(), 69u);
+    EXPECT_EQ(y->doubles().data() + 68, &y->doubles()[68]);
+    for (int p = 0; p < 69; ++p) {
+      const double expectedCurrent =
+          -(input->yVector()->doubleAt(p) - tran->readValue("out")->yVector()->doubleAt(p)) / 1e3;
+      EXPECT_NEAR(y->doubleAt(p), expectedCurrent, 1e-9);
+      EXPECT_EQ(values->at(2)->yVector()->doubleAt(p), y->doubleAt(p));
+    }
+    EXPECT_EQ(y->doubleAt(-1), 0.0);
+    EXPECT_EQ(y->doubleAt(69), 0.0);
+    // A later read shares the same axis too.
+    EXPECT_EQ(tran->readValue("in")->xVector(), current->xVector());
+    EXPECT_EQ(tran->readValue("temp:value"), nullptr);
+  }
+}
+
+TEST(RawBackend, OperatingPointValuesAreScalarsWithoutSweep) {
+  auto results = RawBackend().open(fixture("rc_op.raw"));
+  ASSERT_TRUE(results);
+  Dataset* op = results->findDataset("op");
+  ASSERT_TRUE(op);
+  EXPECT_STREQ(op->analysisType(), "dc");
+  EXPECT_EQ(op->sweep(), nullptr);
+  ASSERT_EQ(op->signals()->count(), 3);
+  EXPECT_EQ(op->signals()->at(1)->name1, "mid");
+  SignalArray batch(3);
+  for (int i = 0; i < 3; ++i) {
+    batch.add(op->signals()->at(i));
+  }
+  auto values = op->read(batch);
+  ASSERT_EQ(values->count(), 3);
+  const double expected[] = {2.0, 1.5, -5e-4};
+  for (int i = 0; i < 3; ++i) {
+    ASSERT_TRUE(values->at(i));
+    EXPECT_EQ(values->at(i)->kind(), simdata::kScalarValue);
+    EXPECT_EQ(values->at(i)->scalar(), expected[i]);
+    EXPECT_EQ(values->at(i)->xVector(), nullptr);
+  }
+}
+
+TEST(RawBackend, ComplexValuesAreTypedAsOtherKind) {
+  auto results = RawBackend().open(fixture("rc_ac.raw"));
+  ASSERT_TRUE(results);
+  Dataset* ac = results->findDataset("ac");
+  ASSERT_TRUE(ac);
+  const simdata::Sweep* sweep = ac->sweep();
+  ASSERT_TRUE(sweep);
+  EXPECT_STREQ(sweep->name(0), "frequency");
+  EXPECT_NEAR(sweep->range(0)->min, 1e3, 1e-9);
+  EXPECT_NEAR(sweep->range(0)->max, 1e6, 1e-6);
+  auto value = ac->readValue("in");
+  ASSERT_TRUE(value);
+  const simdata::DataVector* y = value->yVector();
+  EXPECT_EQ(y->elementType(), simdata::kComplex);
+  EXPECT_TRUE(y->doubles().empty());
+  EXPECT_EQ(y->doubleAt(0), 1.0);  // the real part stays reachable
+  EXPECT_EQ(simdata::getDataVectorAt(y, 0), 0.0);
+}
+
+TEST(RawBackend, OpenFailureLeavesAnErrorNamingTheFile) {
+  ScratchDir dir;
+  const std::string bytes = testing_support::readFile(fixture("rc_tran.bin.raw"));
+  testing_support::writeFile(dir.file("a.raw"), bytes);
+  testing_support::writeFile(dir.file("b.raw"), bytes.substr(0, 1000));
+  simdata::resetError();
+  EXPECT_EQ(RawBackend().open(dir.path().string()), nullptr);
+  EXPECT_EQ(simdata::lastErrorCode(), simdata::raw::kRawErrorCode);
+  EXPECT_EQ(std::string(simdata::lastErrorText()),
+            dir.file("b.raw") +
+                ": byte offset 1000: binary data of plot 1 is truncated: 22 complete of 69 points "
+                "of 32 bytes from byte offset 267");
+  simdata::resetError();
+}
+
+}  // namespace

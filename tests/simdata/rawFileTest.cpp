@@ -1,0 +1,377 @@
+#include "simdata/rawFile.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "support/testFiles.h"
+
+using simdata::raw::DataLayout;
+using simdata::raw::Numbers;
+using simdata::raw::parsePlots;
+using simdata::raw::Plot;
+using simdata::raw::RawFile;
+using testing_support::readFile;
+
+namespace {
+
+std::string fixture(const std::string& name) {
+  return std::string(KRA2_SOURCE_DIR) + "/tests/data/ngspice/" + name;
+}
+
+/// A binary raw file: the header text followed by little-endian doubles.
+std::string binaryPlot(const std::string& header, const std::vector<double>& values) {
+  std::string bytes = header + "Binary:\n";
+  for (double v : values) {
+    char raw[8];
+    std::memcpy(raw, &v, sizeof raw);
+    bytes.append(raw, sizeof raw);
+  }
+  return bytes;
+}
+
+std::string header(const std::string& plotname, int variables, int points,
+                   const std::string& flags = "real") {
+  std::string text = "Title: test\nDate: today\nPlotname: " + plotname + "\nFlags: " + flags +
+                     "\nNo. Variables: " + std::to_string(variables) +
+                     "\nNo. Points: " + std::to_string(points) + "\nVariables:\n";
+  for (int v = 0; v < variables; ++v) {
+    text += "\t" + std::to_string(v) + "\t" + (v == 0 ? "time" : "v(n" + std::to_string(v) + ")") +
+            "\t" + (v == 0 ? "time" : "voltage") + "\n";
+  }
+  return text;
+}
+
+std::vector<Plot> parseOk(const std::string& bytes) {
+  std::vector<Plot> plots;
+  std::string error;
+  EXPECT_TRUE(parsePlots(bytes, "mem.raw", plots, error)) << error;
+  return plots;
+}
+
+std::string parseError(const std::string& bytes) {
+  std::vector<Plot> plots;
+  std::string error;
+  EXPECT_FALSE(parsePlots(bytes, "mem.raw", plots, error));
+  EXPECT_TRUE(plots.empty());
+  return error;
+}
+
+std::vector<double> column(const RawFile& file, const Plot& plot, int v) {
+  std::vector<double> out(static_cast<size_t>(plot.points));
+  double* target = out.data();
+  file.gather(plot, {&v, 1}, {&target, 1});
+  return out;
+}
+
+// The transient of an RC low-pass written by ngspice as text and as binary: both must give
+// the same numbers, and they must obey the circuit: the source current is the resistor
+// current, i(v1) = -(v(in) - v(out)) / 1k.
+TEST(RawFile, NgspiceTransientAsciiAndBinaryAgreeWithTheCircuit) {
+  std::string error;
+  auto ascii = RawFile::open(fixture("rc_tran.ascii.raw"), error);
+  ASSERT_TRUE(ascii) << error;
+  auto binary = RawFile::open(fixture("rc_tran.bin.raw"), error);
+  ASSERT_TRUE(binary) << error;
+  ASSERT_EQ(ascii->plots().size(), 1u);
+  ASSERT_EQ(binary->plots().size(), 1u);
+  const Plot& a = ascii->plots()[0];
+  const Plot& b = binary->plots()[0];
+  EXPECT_EQ(a.layout, DataLayout::kAscii);
+  EXPECT_EQ(b.layout, DataLayout::kBinary);
+  EXPECT_EQ(a.plotname, "Transient Analysis");
+  ASSERT_EQ(a.variableCount(), 4);
+  ASSERT_EQ(a.points, 69);
+  ASSERT_EQ(b.points, 69);
+  EXPECT_EQ(b.recordBytes, 32u);
+  const char* names[] = {"time", "v(in)", "v(out)", "i(v1)"};
+  const char* types[] = {"time", "voltage", "voltage", "current"};
+  for (int v = 0; v < 4; ++v) {
+    EXPECT_EQ(a.variables[v].name, names[v]);
+    EXPECT_EQ(b.variables[v].type, types[v]);
+  }
+  // Values read off the text file by hand: point 1.
+  EXPECT_EQ(ascii->valueAt(a, 0, 1), 5.000000000000001e-11);
+  EXPECT_EQ(ascii->valueAt(a, 1, 1), 5.000000000000001e-03);
+  EXPECT_EQ(ascii->valueAt(a, 2, 1), 2.498750624687657e-06);
+  for (int v = 0; v < 4; ++v) {
+    const std::vector<double> fromText = column(*ascii, a, v);
+    const std::vector<double> fromBinary = column(*binary, b, v);
+    for (int p = 0; p < 69; ++p) {
+      SCOPED_TRACE("variable " + std::to_string(v) + " point " + std::to_string(p));
+      EXPECT_NEAR(fromText[p], fromBinary[p], 1e-14 * (std::fabs(fromBinary[p]) + 1e-12));
+      EXPECT_EQ(binary->valueAt(b, v, p), fromBinary[p]);
+    }
+  }
+  for (int p = 0; p < 69; ++p) {
+    const double current = -(binary->valueAt(b, 1, p) - binary->valueAt(b, 2, p)) / 1000.0;
+    EXPECT_NEAR(binary->valueAt(b, 3, p), current, 1e-9) << "point " << p;
+  }
+  EXPECT_EQ(binary->valueAt(b, 0, 68), 5.000000000000001e-07);  // as the text file prints it
+}
+
+TEST(RawFile, BatchFileHoldsThreePlotsWithPaddedCounts) {
+  std::string error;
+  auto file = RawFile::open(fixture("rc_batch.raw"), error);
+  ASSERT_TRUE(file) << error;
+  ASSERT_EQ(file->plots().size(), 3u);
+  const Plot& dc = file->plots()[0];
+  const Plot& op = file->plots()[1];
+  const Plot& tran = file->plots()[2];
+  EXPECT_EQ(dc.plotname, "DC transfer characteristic");
+  EXPECT_EQ(op.plotname, "Operating Point");
+  EXPECT_EQ(tran.plotname, "Transient Analysis");
+  // "No. Points: 5       " and "No. Points: 1       ": the writer reserves eight columns.
+  EXPECT_EQ(dc.points, 5);
+  EXPECT_EQ(op.points, 1);
+  EXPECT_EQ(dc.variables[0].name, "v(v-sweep)");
+  // .dc v1 0 2 0.5: the sweep and, with no load at DC, v(out) follow the source exactly.
+  for (int p = 0; p < 5; ++p) {
+    EXPECT_EQ(file->valueAt(dc, 0, p), 0.5 * p);
+    EXPECT_EQ(file->valueAt(dc, 2, p), 0.5 * p);
+  }
+  EXPECT_EQ(file->valueAt(op, 0, 0), 1.0);
+  EXPECT_EQ(file->valueAt(tran, 0, tran.points - 1), 3e-7);
+}
+
+TEST(RawFile, OperatingPointOfADivider) {
+  std::string error;
+  auto file = RawFile::open(fixture("rc_op.raw"), error);
+  ASSERT_TRUE(file) << error;
+  const Plot& op = file->plots().at(0);
+  ASSERT_EQ(op.points, 1);
+  EXPECT_EQ(file->valueAt(op, 0, 0), 2.0);     // v(in)
+  EXPECT_EQ(file->valueAt(op, 1, 0), 1.5);     // 2 V * 3k / (1k + 3k)
+  EXPECT_EQ(file->valueAt(op, 2, 0), -5e-4);   // 2 V / 4k, flowing out of the source
+  EXPECT_EQ(file->valueAt(op, 3, 0), 0.0);     // out of range
+  EXPECT_EQ(file->valueAt(op, 0, 1), 0.0);
+}
+
+TEST(RawFile, ComplexPlotKeepsRealParts) {
+  std::string error;
+  auto file = RawFile::open(fixture("rc_ac.raw"), error);
+  ASSERT_TRUE(file) << error;
+  const Plot& ac = file->plots().at(0);
+  EXPECT_EQ(ac.numbers, Numbers::kComplex);
+  EXPECT_EQ(ac.recordBytes, 64u);
+  ASSERT_EQ(ac.points, 7);
+  EXPECT_EQ(ac.variables[0].options, std::vector<std::string>{"grid=3"});
+  // ac dec 2 1k 1meg: 1k, 3.16k, 10k, ..., 1meg; the source is 1 + 0j.
+  EXPECT_NEAR(file->valueAt(ac, 0, 0), 1e3, 1e-9);
+  EXPECT_NEAR(file->valueAt(ac, 0, 2), 1e4, 1e-8);
+  EXPECT_NEAR(file->valueAt(ac, 0, 6), 1e6, 1e-6);
+  EXPECT_EQ(file->valueAt(ac, 1, 3), 1.0);
+
+  const std::string text = header("AC Analysis", 2, 2, "complex") +
+                           "Values:\n 0\t1.0e3,0.0\n\t5.0e-1, -2.5e-1\n\n 1\t2.0e3,0\n\t+2.5e-1,\t1\n";
+  const std::vector<Plot> plots = parseOk(text);
+  ASSERT_EQ(plots.size(), 1u);
+  EXPECT_EQ(*plots[0].decoded, (std::vector<double>{1e3, 2e3, 0.5, 0.25}));
+}
+
+TEST(RawFile, HeaderVariationsAreAccepted) {
+  struct Case {
+    const char* name;
+    std::string text;
+    int points;
+    std::vector<double> decoded;
+  };
+  const Case cases[] = {
+      {"keys in any order, unknown keys, CRLF, first variable on the Variables line",
+       "Plotname: Transient Analysis\r\nNo. Points:   2  \r\nOffset: 0\r\nTitle: t\r\n"
+       "No. Variables: 2\r\nCommand: ngspice-44\r\nVariables: 0 time time\r\n"
+       "\t1\tv(a)\tvoltage\r\nVALUES:\r\n0\t\t0.0\r\n\t1.5\r\n1\t\t1e-9\r\n\t-2\r\n",
+       2,
+       {0.0, 1e-9, 1.5, -2.0}},
+      {"keys in lower case, a parameter line without a key",
+       "plotname: tran\n.param x=1\nno. variables: 1\nno. points: 1\nvariables:\n 0 t time\n"
+       "values:\n0 7\n",
+       1,
+       {7.0}},
+      {"announced with 0 points: the points present are counted",
+       "Plotname: Transient Analysis\nNo. Variables: 2\nNo. Points: 0       \nVariables:\n"
+       "\t0\ttime\ttime\n\t1\tv(a)\tvoltage\nValues:\n0\t\t0\n\t1\n1\t\t1\n\t2\n2\t\t2\n\t3\n",
+       3,
+       {0, 1, 2, 1, 2, 3}},
+      {"no points at all",
+       "Plotname: Operating Point\nNo. Variables: 1\nNo. Points: 0\nVariables:\n 0 v(a) "
+       "voltage\nValues:\n",
+       0,
+       {}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::vector<Plot> plots = parseOk(c.text);
+    ASSERT_EQ(plots.size(), 1u);
+    EXPECT_EQ(plots[0].points, c.points);
+    ASSERT_TRUE(plots[0].decoded);
+    EXPECT_EQ(*plots[0].decoded, c.decoded);
+  }
+}
+
+TEST(RawFile, BinaryPlotsBackToBackAndCountedPoints) {
+  const std::string first = binaryPlot(header("Transient Analysis", 3, 2), {0, 1, 2, 1e-9, 3, 4});
+  const std::string second = binaryPlot(header("Operating Point", 2, 1), {5, 6});
+  const std::vector<Plot> plots = parseOk(first + second);
+  ASSERT_EQ(plots.size(), 2u);
+  EXPECT_EQ(plots[1].headerOffset, first.size());
+  EXPECT_EQ(plots[1].dataOffset, second.size() - 16 + first.size());
+
+  // An interrupted batch run leaves "No. Points: 0" with whole records behind it.
+  const std::vector<Plot> counted = parseOk(binaryPlot(header("Transient Analysis", 2, 0),
+                                                       {0, 1, 1, 2, 2, 3}));
+  ASSERT_EQ(counted.size(), 1u);
+  EXPECT_EQ(counted[0].points, 3);
+}
+
+TEST(RawFile, GatherReadsAnyColumnsInOnePass) {
+  testing_support::ScratchDir dir;
+  std::vector<double> values;
+  for (int p = 0; p < 5; ++p) {
+    for (int v = 0; v < 4; ++v) {
+      values.push_back(p * 10.0 + v);
+    }
+  }
+  testing_support::writeFile(dir.file("g.raw"), binaryPlot(header("Transient Analysis", 4, 5), values));
+  std::string error;
+  auto file = RawFile::open(dir.file("g.raw"), error);
+  ASSERT_TRUE(file) << error;
+  const Plot& plot = file->plots()[0];
+  // Unsorted, repeated, and an out-of-range column (which is refused as a whole).
+  const int columns[] = {3, 1, 3, 0};
+  std::vector<std::vector<double>> out(4, std::vector<double>(5, -1.0));
+  double* targets[] = {out[0].data(), out[1].data(), out[2].data(), out[3].data()};
+  file->gather(plot, columns, targets);
+  for (int p = 0; p < 5; ++p) {
+    EXPECT_EQ(out[0][p], p * 10.0 + 3);
+    EXPECT_EQ(out[1][p], p * 10.0 + 1);
+    EXPECT_EQ(out[2][p], p * 10.0 + 3);
+    EXPECT_EQ(out[3][p], p * 10.0);
+  }
+  const int bad[] = {1, 4};
+  std::vector<double> untouched(5, -1.0);
+  double* badTargets[] = {untouched.data(), untouched.data()};
+  file->gather(plot, bad, badTargets);
+  EXPECT_EQ(untouched, std::vector<double>(5, -1.0));
+}
+
+TEST(RawFile, MalformedFilesNameTheLineOrByteOffset) {
+  const std::string good = header("Transient Analysis", 2, 2);
+  const std::string binaryBody = binaryPlot(header("Transient Analysis", 2, 2), {0, 1, 1, 2});
+  struct Case {
+    const char* name;
+    std::string text;
+    const char* error;
+  };
+  const Case cases[] = {
+      {"empty", "", "mem.raw: line 1: no plot in the file (it is empty)"},
+      {"blank", " \n\n", "mem.raw: line 3: no plot in the file (it is empty)"},
+      {"garbage", std::string("\x7f\x45LF\x02\x01\x01\0\0:\0\n", 12),
+       "mem.raw: line 1: expected a header line 'Key: value', found '?ELF?????:?'"},
+      {"UTF-16 header", std::string("T\0i\0t\0l\0e\0:\0", 12),
+       "mem.raw: line 1: UTF-16 encoded headers are not supported"},
+      {"header never ends", "Title: x\nPlotname: tran\n",
+       "mem.raw: line 3: the header of plot 1 ends before 'Variables:'"},
+      {"no plotname", "No. Variables: 1\nNo. Points: 1\nVariables:\n 0 t time\nValues:\n0 1\n",
+       "mem.raw: line 3: the header has no 'Plotname:' line"},
+      {"count not a number", "Plotname: tran\nNo. Variables: 2\nNo. Points: many\n",
+       "mem.raw: line 3: 'No. Points' must be a count, found 'many'"},
+      {"negative count", "Plotname: tran\nNo. Variables: -2\n",
+       "mem.raw: line 2: 'No. Variables' must be a positive count, found '-2'"},
+      {"huge count", "Plotname: tran\nNo. Variables: 1\nNo. Points: 99999999999\n",
+       "mem.raw: line 3: 'No. Points' must be a count, found '99999999999'"},
+      {"fewer variable lines than announced",
+       "Plotname: tran\nNo. Variables: 3\nNo. Points: 1\nVariables:\n 0 t time\n 1 v(a) voltage\n"
+       "Values:\n0 1 2\n",
+       "mem.raw: line 7: the header announces 3 variables but lists 2"},
+      {"more variable lines than announced",
+       "Plotname: tran\nNo. Variables: 1\nNo. Points: 1\nVariables:\n 0 t time\n 1 v(a) voltage\n"
+       "Values:\n0 1 2\n",
+       "mem.raw: line 6: expected 'Values:' or 'Binary:' after 1 variables, found '1 v(a) "
+       "voltage'"},
+      {"variable numbered wrongly",
+       "Plotname: tran\nNo. Variables: 2\nNo. Points: 1\nVariables:\n 0 t time\n 2 v(a) voltage\n",
+       "mem.raw: line 6: variable 1 is numbered '2'"},
+      {"variable without type", "Plotname: tran\nNo. Variables: 1\nNo. Points: 1\nVariables:\n 0 t\n",
+       "mem.raw: line 5: expected 'index name type' for variable 0, found '0 t'"},
+      {"text cut in the middle of a point", good + "Values:\n 0\t0.0\n\t1.0\n\n 1\t1e-9\n",
+       "mem.raw: line 15: the data ends inside point 1 (at variable 1 of 2)"},
+      {"text cut between points", good + "Values:\n 0\t0.0\n\t1.0\n\n",
+       "mem.raw: line 14: the data ends after 1 of 2 points"},
+      {"header announces fewer variables than each point holds",
+       header("Transient Analysis", 2, 2) + "Values:\n0 0 1 7\n1 1 2 8\n",
+       "mem.raw: line 11: expected the index of point 1, found '7'"},
+      {"header announces fewer points than present", good + "Values:\n0 0 1\n1 1 2\n2 2 3\n",
+       "mem.raw: line 13: unexpected text after the data of plot 1"},
+      {"not a number", good + "Values:\n0 0 1\n1 1 x2\n",
+       "mem.raw: line 12: expected a number for variable 1 of point 1, found 'x2'"},
+      {"complex value without comma", header("AC Analysis", 2, 1, "complex") + "Values:\n0 1,0 2\n",
+       "mem.raw: line 11: expected a complex number 're,im' for variable 1 of point 0"},
+      {"binary cut in the middle", binaryBody.substr(0, binaryBody.size() - 5),
+       "mem.raw: byte offset 172: binary data of plot 1 is truncated: 1 complete of 2 points of "
+       "16 bytes from byte offset 145"},
+      {"binary with more records than announced",
+       binaryPlot(header("Transient Analysis", 2, 1), {0, 1, 1, 2}),
+       "mem.raw: byte offset 161: unexpected text after the data of plot 1"},
+      {"binary counted records ending inside a record",
+       binaryPlot(header("Transient Analysis", 2, 0), {0, 1, 1}),
+       "mem.raw: byte offset 169: binary data of plot 1 (announced with 0 points) ends inside a "
+       "record"},
+      {"text after a binary plot is placed by byte offset", binaryBody + "Title: x\nPlotname: y\n",
+       "mem.raw: byte offset 198: the header of plot 2 ends before 'Variables:'"},
+      {"unpadded short vector",
+       "Plotname: tran\nFlags: real unpadded\nNo. Variables: 2\nNo. Points: 3\nVariables:\n"
+       " 0 time time\n 1 x notype dims=1\nValues:\n",
+       "mem.raw: line 1: unpadded plots with short vectors are not supported (variable x)"},
+      {"missing marker", good, "mem.raw: line 10: the file ends before 'Values:' or 'Binary:'"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::string error = parseError(c.text);
+    EXPECT_NE(error.find(c.error), std::string::npos) << error;
+  }
+}
+
+// Whatever the damage, the parser must fail cleanly or succeed: every prefix and some
+// corrupted copies of real files (run under the sanitizers in CI).
+TEST(RawFile, SurvivesTruncationAndCorruptionAtEveryOffset) {
+  for (const char* name : {"rc_tran.ascii.raw", "rc_two_tran.raw", "rc_batch.raw", "rc_ac.raw"}) {
+    SCOPED_TRACE(name);
+    const std::string bytes = readFile(fixture(name));
+    ASSERT_FALSE(bytes.empty());
+    int failures = 0;
+    for (size_t cut = 0; cut < bytes.size(); ++cut) {
+      std::vector<Plot> plots;
+      std::string error;
+      if (!parsePlots(std::string_view(bytes).substr(0, cut), "cut.raw", plots, error)) {
+        ++failures;
+        EXPECT_EQ(error.rfind("cut.raw: ", 0), 0u) << error;
+      }
+    }
+    EXPECT_GT(failures, 0);
+    std::string corrupt = bytes;
+    for (size_t i = 0; i < corrupt.size(); i += 7) {
+      const char saved = corrupt[i];
+      corrupt[i] = static_cast<char>(saved ^ 0x5a);
+      std::vector<Plot> plots;
+      std::string error;
+      parsePlots(corrupt, "bad.raw", plots, error);
+      corrupt[i] = saved;
+    }
+  }
+}
+
+TEST(RawFile, OpenReportsFilesThatCannotBeRead) {
+  std::string error;
+  EXPECT_FALSE(RawFile::open("/nonexistent/x.raw", error));
+  EXPECT_EQ(error, "/nonexistent/x.raw: cannot open: No such file or directory");
+  testing_support::ScratchDir dir;
+  testing_support::writeFile(dir.file("empty.raw"), "");
+  EXPECT_FALSE(RawFile::open(dir.file("empty.raw"), error));
+  EXPECT_EQ(error, dir.file("empty.raw") + ": line 1: no plot in the file (it is empty)");
+}
+
+}  // namespace
