@@ -61,7 +61,7 @@ std::string excerpt(std::string_view text) {
   std::string out;
   for (size_t i = 0; i < text.size() && i < kMax; ++i) {
     const unsigned char c = static_cast<unsigned char>(text[i]);
-    out += (c >= 0x20 && c < 0x7f) ? static_cast<char>(c) : '?';
+    out += c == '\t' ? ' ' : (c >= 0x20 && c < 0x7f) ? static_cast<char>(c) : '?';
   }
   if (text.size() > kMax) {
     out += "...";
