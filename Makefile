@@ -35,6 +35,10 @@ demo: build
 test: build
 	ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS)
 
+# Benchmarks: every program under $(BUILD)/bench, never part of `make test`.
+bench: build
+	@for b in $(BUILD)/bench/*/kra2_*_bench; do echo "== $$b"; $$b || exit 1; done
+
 # The whole suite again with address and undefined-behaviour sanitizers.
 test-sanitize: deps
 	cmake -S . -B $(ASAN_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DKRA2_SANITIZE=ON -DKRA2_WERROR=ON

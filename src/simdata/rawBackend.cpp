@@ -97,8 +97,8 @@ const char* unitsOfType(const std::string& type) {
 /// records. The owner keeps the memory alive for as long as any value uses it.
 class RawVector : public DataVector {
  public:
-  RawVector(std::string name, const char* units, int type,
-            std::shared_ptr<const std::vector<double>> owner, std::span<const double> view)
+  RawVector(std::string name, const char* units, int type, std::shared_ptr<const void> owner,
+            std::span<const double> view)
       : name_(std::move(name)), units_(units), type_(type), owner_(std::move(owner)), view_(view) {}
 
   int length() const override { return static_cast<int>(view_.size()); }
@@ -133,7 +133,7 @@ class RawVector : public DataVector {
   std::string name_;
   const char* units_;
   int type_;
-  std::shared_ptr<const std::vector<double>> owner_;
+  std::shared_ptr<const void> owner_;
   std::span<const double> view_;
 };
 
@@ -259,9 +259,20 @@ class RawDataset : public Dataset {
 
  private:
   struct Column {
-    std::shared_ptr<const std::vector<double>> owner;
+    std::shared_ptr<const void> owner;
     std::span<const double> view;
   };
+
+  /// An array for gathered values, not zero-filled first: the gather writes every element.
+  struct Buffer {
+    std::shared_ptr<double[]> data;
+    size_t size;
+    Column column() const { return Column{data, {data.get(), size}}; }
+  };
+  Buffer newBuffer() const {
+    const size_t size = static_cast<size_t>(plot_.points);
+    return Buffer{std::make_shared_for_overwrite<double[]>(size), size};
+  }
 
   /// The column a signal of this dataset names, or -1. Signals copied out of the list (as the
   /// run loop does) are recognised by their id and checked by name.
@@ -296,11 +307,11 @@ class RawDataset : public Dataset {
       if (plot_.layout == raw::DataLayout::kAscii) {
         scale_ = makeVector(0, decodedColumn(0));
       } else {
-        auto data = std::make_shared<std::vector<double>>(static_cast<size_t>(plot_.points));
+        const Buffer buffer = newBuffer();
         const int column = 0;
-        double* out = data->data();
+        double* out = buffer.data.get();
         file_->gather(plot_, {&column, 1}, {&out, 1});
-        scale_ = makeVector(0, Column{data, *data});
+        scale_ = makeVector(0, buffer.column());
       }
     }
     return scale_;
@@ -340,15 +351,15 @@ class RawDataset : public Dataset {
       if (readScale) {
         wanted.insert(wanted.begin(), 0);
       }
-      std::vector<std::shared_ptr<std::vector<double>>> data(wanted.size());
+      std::vector<Buffer> buffers(wanted.size());
       std::vector<double*> outputs(wanted.size());
       for (size_t k = 0; k < wanted.size(); ++k) {
-        data[k] = std::make_shared<std::vector<double>>(static_cast<size_t>(plot_.points));
-        outputs[k] = data[k]->data();
+        buffers[k] = newBuffer();
+        outputs[k] = buffers[k].data.get();
       }
       file_->gather(plot_, wanted, outputs);
       for (size_t k = 0; k < wanted.size(); ++k) {
-        auto vector = makeVector(wanted[k], Column{data[k], *data[k]});
+        auto vector = makeVector(wanted[k], buffers[k].column());
         if (wanted[k] == 0) {
           scale_ = std::move(vector);
         } else {

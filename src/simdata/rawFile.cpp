@@ -645,10 +645,24 @@ void RawFile::gather(const Plot& plot, std::span<const int> columns,
   if (count > 0 && (columns[order.front()] < 0 || columns[order.back()] >= plot.variableCount())) {
     return;  // callers pass columns of this plot only
   }
-  const char* record = map_.data() + plot.dataOffset;
-  for (size_t p = 0; p < points; ++p, record += plot.recordBytes) {
-    for (size_t k = 0; k < count; ++k) {
-      targets[k][p] = loadDouble(record + offsets[k]);
+  // One pass over the records, in tiles of a few dozen points by a few hundred columns (a
+  // blocked transpose): within a tile each output receives a run of consecutive values while
+  // the tile's record lines stay cached. Writing one value to each of ten thousand outputs per
+  // record instead misses the cache and the TLB on nearly every store (2-3 times slower).
+  constexpr size_t kTilePoints = 32;
+  constexpr size_t kTileColumns = 256;
+  const char* base = map_.data() + plot.dataOffset;
+  for (size_t p0 = 0; p0 < points; p0 += kTilePoints) {
+    const size_t p1 = std::min(points, p0 + kTilePoints);
+    for (size_t k0 = 0; k0 < count; k0 += kTileColumns) {
+      const size_t k1 = std::min(count, k0 + kTileColumns);
+      for (size_t k = k0; k < k1; ++k) {
+        double* out = targets[k];
+        const char* at = base + offsets[k];
+        for (size_t p = p0; p < p1; ++p) {
+          out[p] = loadDouble(at + p * plot.recordBytes);
+        }
+      }
     }
   }
 }
