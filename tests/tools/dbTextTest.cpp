@@ -1,0 +1,173 @@
+#include "dbText.h"
+
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cmath>
+#include <limits>
+#include <random>
+#include <string>
+
+#include "support/testFiles.h"
+
+namespace {
+
+using testing_support::ScratchDir;
+using testing_support::writeFile;
+
+TEST(DbText, RealsAndIntegersParseExactlyOrNotAtAll) {
+  const struct {
+    const char* text;
+    bool ok;
+    double value;
+  } reals[] = {
+      {"1e-9", true, 1e-9},     {"-0.25", true, -0.25}, {"+3", true, 3.0},
+      {" 42 ", true, 42.0},     {"inf", true, INFINITY}, {"-inf", true, -INFINITY},
+      {"", false, 0},           {"+", false, 0},         {"+-1", false, 0},
+      {"1.5x", false, 0},       {"1,5", false, 0},       {"0x10", false, 0},
+      {"1e400", false, 0},
+  };
+  for (const auto& c : reals) {
+    SCOPED_TRACE(c.text);
+    double value = 0.0;
+    EXPECT_EQ(kra2db::parseReal(c.text, value), c.ok);
+    if (c.ok) {
+      EXPECT_EQ(value, c.value);
+    }
+  }
+  double nan = 0.0;
+  EXPECT_TRUE(kra2db::parseReal("nan", nan));
+  EXPECT_TRUE(std::isnan(nan));
+
+  const struct {
+    const char* text;
+    bool ok;
+    int64_t value;
+  } ints[] = {
+      {"0", true, 0},
+      {"-1", true, -1},
+      {"+7", true, 7},
+      {"9223372036854775807", true, std::numeric_limits<int64_t>::max()},
+      {"-9223372036854775808", true, std::numeric_limits<int64_t>::min()},
+      {"9223372036854775808", false, 0},
+      {"1.0", false, 0},
+      {"", false, 0},
+  };
+  for (const auto& c : ints) {
+    SCOPED_TRACE(c.text);
+    int64_t value = 0;
+    EXPECT_EQ(kra2db::parseInt64(c.text, value), c.ok);
+    if (c.ok) {
+      EXPECT_EQ(value, c.value);
+    }
+  }
+}
+
+TEST(DbText, RecordLinesNameTheirFaults) {
+  IRRecord ir;
+  std::string error;
+  ASSERT_TRUE(kra2db::parseIRLine("n 1\t1\t2\t3\t4\t5\t6", ir, error));
+  EXPECT_EQ(ir.name, "n 1");
+  EXPECT_EQ(ir.rms, 1.0);
+  EXPECT_EQ(ir.tmin, 6.0);
+  ASSERT_TRUE(kra2db::parseIRLine("\t0\t0\t0\t0\t0\t0", ir, error));
+  EXPECT_EQ(ir.name, "");
+
+  const struct {
+    const char* line;
+    const char* error;
+  } bad[] = {
+      {"n\t1\t2\t3\t4\t5", "expected 7 tab-separated fields for an IR record, found 6"},
+      {"n\t1\t2\t3\t4\t5\t6\t7", "expected 7 tab-separated fields for an IR record, found 8"},
+      {"n\t1\t2\tthree\t4\t5\t6", "field peak is not a number: 'three'"},
+      {"n\t1\t2\t3\t4\t5\t", "field tmin is not a number: ''"},
+  };
+  for (const auto& c : bad) {
+    SCOPED_TRACE(c.line);
+    EXPECT_FALSE(kra2db::parseIRLine(c.line, ir, error));
+    EXPECT_EQ(error, c.error);
+  }
+
+  kraDB::kraDBEMNode em;
+  ASSERT_TRUE(kra2db::parseEMLine("R1\t1\t-2\t3\t4e-9\t5\t-7\t8", em, error));
+  EXPECT_EQ(em.avg, -2.0);
+  EXPECT_EQ(em.avgPos, 5.0);
+  EXPECT_EQ(em.term1, -7);
+  EXPECT_EQ(em.term2, 8);
+  EXPECT_FALSE(kra2db::parseEMLine("R1\t1\t2\t3\t4\t5\t6.5\t8", em, error));
+  EXPECT_EQ(error, "field term1 is not a 64-bit integer: '6.5'");
+  EXPECT_FALSE(kra2db::parseEMLine("R1\t1\t2\t3\t4\t5\t6", em, error));
+  EXPECT_EQ(error, "expected 8 tab-separated fields for an EM record, found 7");
+}
+
+TEST(DbText, DumpedRealsReadBackBitExact) {
+  std::mt19937_64 random(5);
+  for (int i = 0; i < 20000; ++i) {
+    double value = std::bit_cast<double>(random());
+    if (std::isnan(value)) {
+      continue;
+    }
+    std::string text;
+    kra2db::appendReal(text, value);
+    double back = 0.0;
+    ASSERT_TRUE(kra2db::parseReal(text, back)) << text;
+    ASSERT_EQ(std::bit_cast<uint64_t>(back), std::bit_cast<uint64_t>(value)) << text;
+  }
+  std::string text;
+  kra2db::appendReal(text, 1e-7);
+  EXPECT_EQ(text, "1e-07");
+}
+
+TEST(DbText, DumpLinesAreTabSeparatedInFileOrder) {
+  IRRecord ir{"n1", 1.0, 2.0, 3.0, 4e-9, -0.5, 1e-9, 0};
+  kraDB::kraDBEMNode em;
+  em.name = "R1";
+  em.rms = 0.1;
+  em.avg = -0.2;
+  em.peak = 3.0;
+  em.tpeak = 5e-10;
+  em.avgPos = 0.3;
+  em.term1 = -7;
+  em.term2 = 9223372036854775807;
+  std::string out;
+  kra2db::appendIRLine(out, ir);
+  kra2db::appendEMLine(out, em);
+  EXPECT_EQ(out,
+            "IR\tn1\t1\t2\t3\t4e-09\t-0.5\t1e-09\n"
+            "EM\tR1\t0.1\t-0.2\t3\t5e-10\t0.3\t-7\t9223372036854775807\n");
+}
+
+TEST(DbText, LineReaderBoundsLineLength) {
+  ScratchDir dir;
+  writeFile(dir.file("lines"), "a\r\n\nb\tc\nlast");
+  kra2db::LineReader reader;
+  ASSERT_TRUE(reader.open(dir.file("lines")));
+  std::string_view line;
+  std::vector<std::string> lines;
+  while (reader.next(line)) {
+    lines.emplace_back(line);
+  }
+  EXPECT_EQ(lines, (std::vector<std::string>{"a", "", "b\tc", "last"}));
+  EXPECT_FALSE(reader.tooLong());
+  EXPECT_EQ(reader.lineNumber(), 4);
+
+  // A line of exactly the limit is read; one byte more is refused, with its line number.
+  const size_t limit = kra2db::LineReader::kMaxLine;
+  writeFile(dir.file("long"), "x\n" + std::string(limit, 'y') + "\n" +
+                                  std::string(limit + 1, 'z') + "\nafter\n");
+  ASSERT_TRUE(reader.open(dir.file("long")));
+  ASSERT_TRUE(reader.next(line));
+  ASSERT_TRUE(reader.next(line));
+  EXPECT_EQ(line.size(), limit);
+  EXPECT_FALSE(reader.next(line));
+  EXPECT_TRUE(reader.tooLong());
+  EXPECT_EQ(reader.lineNumber(), 3);
+
+  writeFile(dir.file("nofeed"), std::string(3 * limit, 'q'));
+  ASSERT_TRUE(reader.open(dir.file("nofeed")));
+  EXPECT_FALSE(reader.next(line));
+  EXPECT_TRUE(reader.tooLong());
+  EXPECT_FALSE(reader.open(dir.file("missing")));
+}
+
+}  // namespace
