@@ -18,8 +18,7 @@ std::string_view trimBlanks(std::string_view text) {
 }
 
 const char* const kIRNames[] = {"name", "rms", "avg", "peak", "tpeak", "min", "tmin"};
-const char* const kEMNames[] = {"name",  "rms",   "avg",  "peak",
-                                "tpeak", "avgPos", "term1", "term2"};
+const char* const kEMNames[] = {"name", "rms", "avg", "peak", "tpeak", "avgPos", "term1", "term2"};
 
 bool fieldCount(const std::vector<std::string_view>& fields, size_t want, const char* kind,
                 std::string& error) {
@@ -35,8 +34,8 @@ bool realField(std::string_view text, const char* name, double& value, std::stri
   if (parseReal(text, value)) {
     return true;
   }
-  error = std::string("field ") + name + " is not a number: '" + std::string(text.substr(0, 64)) +
-          "'";
+  error =
+      std::string("field ") + name + " is not a number: '" + std::string(text.substr(0, 64)) + "'";
   return false;
 }
 

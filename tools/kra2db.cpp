@@ -2,7 +2,6 @@
 // holds, for users who hand databases between tools and for the tests of kra2.
 
 #include <CLI/CLI.hpp>
-
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
@@ -17,7 +16,8 @@
 
 namespace {
 
-constexpr const char* kRecordLayouts = R"(Record files (for write): plain text, one record per line, fields separated by
+constexpr const char* kRecordLayouts =
+    R"(Record files (for write): plain text, one record per line, fields separated by
 single tabs; empty lines and lines starting with '#' are skipped.
   IR file (--ir):  name  rms  avg  peak  tpeak  min  tmin
                    (a node's voltage-drop statistics; tpeak and tmin are times
@@ -76,8 +76,8 @@ int64_t copyRecords(const std::string& path, const char* kind, Parse parse, Add 
   }
   if (reader.tooLong()) {
     throw std::runtime_error(path + ":" + std::to_string(reader.lineNumber()) +
-                             ": line longer than " +
-                             std::to_string(kra2db::LineReader::kMaxLine) + " bytes");
+                             ": line longer than " + std::to_string(kra2db::LineReader::kMaxLine) +
+                             " bytes");
   }
   if (reader.readError()) {
     throw std::runtime_error("error reading '" + path + "'");
@@ -146,9 +146,8 @@ int runWrite(const WriteOptions& options) {
     fail(error.what());
   }
   if (!options.quiet) {
-    std::fprintf(stderr, "kra2db: wrote %s: %lld IR and %lld EM records\n",
-                 options.output.c_str(), static_cast<long long>(irCount),
-                 static_cast<long long>(emCount));
+    std::fprintf(stderr, "kra2db: wrote %s: %lld IR and %lld EM records\n", options.output.c_str(),
+                 static_cast<long long>(irCount), static_cast<long long>(emCount));
   }
   return 0;
 }
@@ -260,8 +259,8 @@ int main(int argc, char** argv) {
   dumpCmd->footer(kRecordLayouts);
 
   std::string infoPath;
-  CLI::App* infoCmd = app.add_subcommand(
-      "info", "Print the header, the conditions and the block pointer table.");
+  CLI::App* infoCmd =
+      app.add_subcommand("info", "Print the header, the conditions and the block pointer table.");
   infoCmd->add_option("DB", infoPath, "database file")->required();
 
   app.footer(kRecordLayouts);

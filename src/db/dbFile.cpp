@@ -53,8 +53,8 @@ std::string notDatabaseError(const std::string& path) {
   return "The file '" + path + "'is not a  EMIR database file.\n";
 }
 
-kraDBFile::kraDBFile(const std::string& path, double temperature, double startTime,
-                     double stopTime, float version)
+kraDBFile::kraDBFile(const std::string& path, double temperature, double startTime, double stopTime,
+                     float version)
     : version_(version), temperature_(temperature), startTime_(startTime), stopTime_(stopTime) {
   if (isLegacyVersion(version_)) {
     legacy_ = std::make_unique<kraOldDbFile>(path, temperature, startTime, stopTime);
@@ -65,8 +65,8 @@ kraDBFile::kraDBFile(const std::string& path, double temperature, double startTi
   printBlockPointer(nullptr, nullptr);
 }
 
-kraDBFile::kraDBFile(const std::string& path, double temperature, double startTime,
-                     double stopTime, float version, Encryptor irKey, Encryptor emKey)
+kraDBFile::kraDBFile(const std::string& path, double temperature, double startTime, double stopTime,
+                     float version, Encryptor irKey, Encryptor emKey)
     : version_(version), temperature_(temperature), startTime_(startTime), stopTime_(stopTime) {
   if (isLegacyVersion(version_)) {
     legacy_ = std::make_unique<kraOldDbFile>(path, temperature, startTime, stopTime);
@@ -156,10 +156,9 @@ void kraDBFile::readHeader(const std::string& path) {
   // A text that fills the whole block without a terminating zero runs into the data after it:
   // such a file is not taken for a database.
   if (zero == nullptr ||
-      !readHeaderParameters(
-          std::string_view(reinterpret_cast<const char*>(header.data()),
-                           static_cast<size_t>(zero - header.data())),
-          params)) {
+      !readHeaderParameters(std::string_view(reinterpret_cast<const char*>(header.data()),
+                                             static_cast<size_t>(zero - header.data())),
+                            params)) {
     throw std::runtime_error(notDatabaseError(path));
   }
   if (params.count("version") != 0) {
@@ -295,8 +294,8 @@ void kraDBFile::addIR(const std::string& name, double rms, double avg, double pe
   putScrambled(tail, sizeof tail);
 }
 
-void kraDBFile::addEM(const std::string& name, double rms, double avg, double peak,
-                      double tpeak, double avgPos, int64_t term1, int64_t term2) {
+void kraDBFile::addEM(const std::string& name, double rms, double avg, double peak, double tpeak,
+                      double avgPos, int64_t term1, int64_t term2) {
   if (legacy_) {
     legacy_->addEM(name, rms, avg, peak, tpeak, avgPos, term1, term2);
     return;

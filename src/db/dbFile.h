@@ -64,8 +64,8 @@ class kraDBFile {
 
   /// Appends a record. All records of one type must be written before the other type's:
   /// a block is one contiguous stream from its first record on.
-  void addIR(const std::string& name, double rms, double avg, double peak, double tpeak,
-             double min, double tmin);
+  void addIR(const std::string& name, double rms, double avg, double peak, double tpeak, double min,
+             double tmin);
   void addEM(const std::string& name, double rms, double avg, double peak, double tpeak,
              double avgPos, int64_t term1, int64_t term2);
 

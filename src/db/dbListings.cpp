@@ -1,18 +1,52 @@
 #include "db/dbListings.h"
 
+#include <charconv>
+#include <cstring>
+#include <string>
+
 #include "db/dbFile.h"
 #include "db/dbRecords.h"
 
 namespace kraDB {
 
+void appendG(std::string& out, double value) {
+  // Six significant digits in the style of printf's %g (the standard defines to_chars with a
+  // precision that way), without printf's per-call format parsing.
+  char text[32];
+  out.append(text,
+             std::to_chars(text, text + sizeof text, value, std::chars_format::general, 6).ptr);
+}
+
 int64_t writeIRListing(kraDBFile& db, std::FILE* out) {
+  constexpr size_t kFlushAt = 1 << 16;
   IRRecord record;
+  std::string text;
+  text.reserve(kFlushAt + 1024);
   int64_t lines = 0;
   while (db.readNextIR(record)) {
-    std::fprintf(out, "%s  %g  %g  %g  %g %g  %g\n", record.name.c_str(), record.peak,
-                 record.avg, record.rms, record.tpeak, record.min, record.tmin);
+    // The line is "%s  %g  %g  %g  %g %g  %g\n" over name, peak, avg, rms, tpeak, min, tmin;
+    // like %s, the name ends at its first zero byte.
+    text.append(record.name.c_str(), std::strlen(record.name.c_str()));
+    text += "  ";
+    appendG(text, record.peak);
+    text += "  ";
+    appendG(text, record.avg);
+    text += "  ";
+    appendG(text, record.rms);
+    text += "  ";
+    appendG(text, record.tpeak);
+    text += ' ';
+    appendG(text, record.min);
+    text += "  ";
+    appendG(text, record.tmin);
+    text += '\n';
     ++lines;
+    if (text.size() >= kFlushAt) {
+      std::fwrite(text.data(), 1, text.size(), out);
+      text.clear();
+    }
   }
+  std::fwrite(text.data(), 1, text.size(), out);
   return lines;
 }
 

@@ -3,10 +3,14 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <string>
 
 namespace kraDB {
 
 class kraDBFile;
+
+/// Appends a real as printf's "%g" writes it.
+void appendG(std::string& out, double value);
 
 /// Writes one line per IR record, "name  peak  avg  rms  tpeak min  tmin" (the first three
 /// statistics in the reverse of their file order, as the tools that read the listing expect),

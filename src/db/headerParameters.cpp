@@ -84,8 +84,8 @@ std::string readHeaderText(const std::string& path, bool* opened) {
   std::array<char, kHeaderBlockSize> buffer{};
   const size_t got = std::fread(buffer.data(), 1, buffer.size(), file.get());
   const char* zero = static_cast<const char*>(std::memchr(buffer.data(), 0, got));
-  return std::string(buffer.data(), zero != nullptr ? static_cast<size_t>(zero - buffer.data())
-                                                    : got);
+  return std::string(buffer.data(),
+                     zero != nullptr ? static_cast<size_t>(zero - buffer.data()) : got);
 }
 
 bool readDBParameters(const std::string& path, HeaderParameters& params) {

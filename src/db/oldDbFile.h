@@ -20,8 +20,8 @@ class kraOldDbFile {
   /// otherwise the not-supported error.
   kraOldDbFile(const std::string& path, float version);
 
-  void addIR(const std::string& name, double rms, double avg, double peak, double tpeak,
-             double min, double tmin);
+  void addIR(const std::string& name, double rms, double avg, double peak, double tpeak, double min,
+             double tmin);
   void addEM(const std::string& name, double rms, double avg, double peak, double tpeak,
              double avgPos, int64_t term1, int64_t term2);
   std::unique_ptr<IRRecord> getNextIR();

@@ -68,9 +68,9 @@ TEST_F(DbCommands, MissingArgumentsAreReportedByEachCommand) {
                    (args.second ? " out" : ""));
       testing::internal::CaptureStdout();
       EXPECT_EQ((session.*command.handler)(args.first, args.second), 1);
-      EXPECT_EQ(testing::internal::GetCapturedStdout(),
-                std::string("ERROR: kra2: ") + command.name +
-                    " command requires a directory name.\n");
+      EXPECT_EQ(
+          testing::internal::GetCapturedStdout(),
+          std::string("ERROR: kra2: ") + command.name + " command requires a directory name.\n");
       EXPECT_FALSE(std::filesystem::exists(out));
     }
   }
@@ -156,8 +156,7 @@ TEST_F(DbCommands, ArchitectureComesFromTheTagOrTheGuess) {
        legacy64(taggedHeader("<architecture>-5<\\architecture>;", 90)), false, 64},
       {"no tag falls back to the guess", legacy64(taggedHeader("<version>5<\\version>;", 90)),
        false, 64},
-      {"no tag, guessing disabled", legacy64(taggedHeader("<version>5<\\version>;", 90)), true,
-       -1},
+      {"no tag, guessing disabled", legacy64(taggedHeader("<version>5<\\version>;", 90)), true, -1},
       {"tag-less file is not guessed", legacy64(), false, -1},
       {"missing file", "", false, -1},
   };
@@ -206,8 +205,7 @@ TEST_F(DbCommands, ReadMuroDBInfoGuessesEvenWithoutAHeader) {
       {"current", taggedHeader("<architecture>64<\\architecture>;<version>5<\\version>;"),
        "version\t5.000000\narchitecture\t64\nrecoveryFactor\t1\n"},
       {"tag-less legacy", legacy64(), "version\t-1.000000\narchitecture\t64\n"},
-      {"old version, no architecture",
-       legacy64(taggedHeader("<version>3.8999<\\version>;", 90)),
+      {"old version, no architecture", legacy64(taggedHeader("<version>3.8999<\\version>;", 90)),
        "version\t3.899900\narchitecture\t64\n"},
       // 3.9 read as a float is slightly above 3.9.
       {"version 3.9", taggedHeader("<version>3.9<\\version>;"),
@@ -218,9 +216,9 @@ TEST_F(DbCommands, ReadMuroDBInfoGuessesEvenWithoutAHeader) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.label);
     writeFile(dir.file("info.db"), c.bytes);
-    EXPECT_EQ(session.processReadMuroDBInfo(dir.file("info.db").c_str(),
-                                            dir.file("info.txt").c_str()),
-              0);
+    EXPECT_EQ(
+        session.processReadMuroDBInfo(dir.file("info.db").c_str(), dir.file("info.txt").c_str()),
+        0);
     EXPECT_EQ(readFile(dir.file("info.txt")), c.listing);
   }
 }

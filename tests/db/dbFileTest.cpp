@@ -1,5 +1,3 @@
-#include "db/dbFile.h"
-
 #include <gtest/gtest.h>
 
 #include <bit>
@@ -13,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "db/dbFile.h"
 #include "db/headerParameters.h"
 #include "support/testFiles.h"
 
@@ -112,13 +111,13 @@ TEST(DbFile, SmallFileMatchesTheLayoutByteByByte) {
   std::string expected = kStandard;
   expected.resize(1024, '\0');
   expected += std::string(kraDB::noticeField().data(), 48);
-  expected += bytesOf({0, 0, 0, 0, 0, 0, 0x39, 0x40});        // temperature 25.0
-  expected += bytesOf({0, 0, 0, 0, 0, 0, 0, 0});              // start 0.0
-  expected += bytesOf({0, 0, 0, 0, 0, 0, 0xf0, 0x3f});        // stop 1.0
-  expected += bytesOf({0x68, 0x04, 0, 0, 0, 0, 0, 0});        // IR block at 1128
-  expected += bytesOf({1, 0, 0, 0, 0, 0, 0, 0});              // 1 IR record
-  expected += bytesOf({0xa8, 0x04, 0, 0, 0, 0, 0, 0});        // EM block at 1192
-  expected += bytesOf({1, 0, 0, 0, 0, 0, 0, 0});              // 1 EM record
+  expected += bytesOf({0, 0, 0, 0, 0, 0, 0x39, 0x40});  // temperature 25.0
+  expected += bytesOf({0, 0, 0, 0, 0, 0, 0, 0});        // start 0.0
+  expected += bytesOf({0, 0, 0, 0, 0, 0, 0xf0, 0x3f});  // stop 1.0
+  expected += bytesOf({0x68, 0x04, 0, 0, 0, 0, 0, 0});  // IR block at 1128
+  expected += bytesOf({1, 0, 0, 0, 0, 0, 0, 0});        // 1 IR record
+  expected += bytesOf({0xa8, 0x04, 0, 0, 0, 0, 0, 0});  // EM block at 1192
+  expected += bytesOf({1, 0, 0, 0, 0, 0, 0, 0});        // 1 EM record
   // IR block: key {11 22 33}, so the key bytes run 22 33 11 22 ... The chain c is the XOR of
   // the plain bytes so far and each byte is written as k ^ c (worked out by hand).
   expected += bytesOf({3, 0, 0, 0, 0x11, 0x22, 0x33});
@@ -139,8 +138,7 @@ TEST(DbFile, SmallFileMatchesTheLayoutByteByByte) {
   const std::string actual = readFile(path);
   ASSERT_EQ(actual.size(), expected.size());
   for (size_t i = 0; i < expected.size(); ++i) {
-    ASSERT_EQ(static_cast<uint8_t>(actual[i]), static_cast<uint8_t>(expected[i]))
-        << "byte " << i;
+    ASSERT_EQ(static_cast<uint8_t>(actual[i]), static_cast<uint8_t>(expected[i])) << "byte " << i;
   }
   EXPECT_EQ(actual[1024], ' ');
   for (size_t i = 1025; i < 1072; ++i) {
@@ -330,7 +328,8 @@ TEST(DbFile, OpeningErrorsCarryTheirTexts) {
   oldHeader.resize(2000, '\0');
   writeFile(old, oldHeader);
   const std::string db32 = dir.file("db32.db");
-  std::string header32 = "<><><>;<architecture>32<\\architecture>;<version>5<\\version>;<\\><\\><\\>;\n";
+  std::string header32 =
+      "<><><>;<architecture>32<\\architecture>;<version>5<\\version>;<\\><\\><\\>;\n";
   header32.resize(2000, '\0');
   writeFile(db32, header32);
 
@@ -378,8 +377,8 @@ IRRecord expectedCut(const std::string& plain, size_t available) {
   }
   std::string tail = present.size() > 8 + length ? present.substr(8 + length) : std::string();
   tail.resize(48, '\0');
-  double* fields[] = {&record.rms, &record.avg, &record.peak, &record.tpeak, &record.min,
-                      &record.tmin};
+  double* fields[] = {&record.rms,   &record.avg, &record.peak,
+                      &record.tpeak, &record.min, &record.tmin};
   for (size_t i = 0; i < 6; ++i) {
     std::memcpy(fields[i], tail.data() + 8 * i, 8);
   }
@@ -443,23 +442,28 @@ TEST(DbFile, DamagedTablesAndLengthsNeverMakeRecordsFromNothing) {
       {"offset past the end", database(int64_t{1} << 40, 2, 0, 0, block(key, two)), {}, 0},
       {"offset at the end", database(first + 50, 2, 0, 0, block(key, two).substr(0, 50)), {}, 0},
       {"negative offset", database(-8, 2, 0, 0, block(key, two)), {}, 0},
-      {"offset 0 reads the header as a key",
-       database(0, 2, 0, 0, block(key, two)), {}, 0},
+      {"offset 0 reads the header as a key", database(0, 2, 0, 0, block(key, two)), {}, 0},
       {"largest key length",
-       database(first, 2, 0, 0, le32(0xffffffffu) + std::string(64, '\x01')), {}, 0},
+       database(first, 2, 0, 0, le32(0xffffffffu) + std::string(64, '\x01')),
+       {},
+       0},
       {"key length past the end",
-       database(first, 2, 0, 0, le32(1000) + std::string(10, '\x01')), {}, 0},
+       database(first, 2, 0, 0, le32(1000) + std::string(10, '\x01')),
+       {},
+       0},
       {"negative name length",
-       database(first, 1, 0, 0, block(key, withLength(-5, f64(1) + f64(2) + f64(3) + f64(4) +
-                                                              f64(5) + f64(6)))),
-       {""}, 6},
+       database(first, 1, 0, 0,
+                block(key, withLength(-5, f64(1) + f64(2) + f64(3) + f64(4) + f64(5) + f64(6)))),
+       {""},
+       6},
       {"name length past the end",
        database(first, 5, 0, 0, block(key, withLength(1000, "partial name"))),
-       {"partial name"}, 0},
+       {"partial name"},
+       0},
       {"largest name length",
-       database(first, 5, 0, 0,
-                block(key, withLength(std::numeric_limits<int64_t>::max(), "xyz"))),
-       {"xyz"}, 0},
+       database(first, 5, 0, 0, block(key, withLength(std::numeric_limits<int64_t>::max(), "xyz"))),
+       {"xyz"},
+       0},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.label);
@@ -498,8 +502,8 @@ TEST(DbFile, RandomDamageNeverCrashesOrOverreads) {
     const int edits = 1 + static_cast<int>(random() % 8);
     for (int e = 0; e < edits; ++e) {
       // Damage the table and the blocks mostly; the header now and then.
-      const size_t at = random() % 8 == 0 ? random() % bytes.size()
-                                          : 1096 + random() % (bytes.size() - 1096);
+      const size_t at =
+          random() % 8 == 0 ? random() % bytes.size() : 1096 + random() % (bytes.size() - 1096);
       bytes[at] = static_cast<char>(random());
     }
     if (random() % 3 == 0) {

@@ -1,5 +1,3 @@
-#include "db/designGlobals.h"
-
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -8,6 +6,7 @@
 #include <string>
 
 #include "app/analyzeNetlist.h"
+#include "db/designGlobals.h"
 
 namespace {
 

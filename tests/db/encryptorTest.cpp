@@ -1,5 +1,3 @@
-#include "db/encryptor.h"
-
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -8,6 +6,7 @@
 #include <vector>
 
 #include "db/byteStream.h"
+#include "db/encryptor.h"
 #include "support/testFiles.h"
 
 namespace {

@@ -1,10 +1,9 @@
-#include "db/headerParameters.h"
-
 #include <gtest/gtest.h>
 
 #include <stdexcept>
 #include <string>
 
+#include "db/headerParameters.h"
 #include "support/testFiles.h"
 
 namespace {
@@ -35,7 +34,10 @@ TEST(HeaderParameters, SplitterDropsEmptyPartsAndSplitsAtAnyDelimiter) {
       {"abc", ";", {"abc"}},
       {"<version>5<\\version>", "<>", {"version", "5", "\\version"}},
       {"<><><>", "<>", {}},
-      {"x\xff" "y", "\xff", {"x", "y"}},
+      {"x\xff"
+       "y",
+       "\xff",
+       {"x", "y"}},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.text);
@@ -52,19 +54,22 @@ TEST(HeaderParameters, ParsesTagTextIntoKeysAndValues) {
   } cases[] = {
       {"writer's header", kStandard, true, {{"architecture", "64"}, {"version", "5"}}},
       {"no parameters", "<><><>;<\\><\\><\\>;\n", true, {}},
-      {"further keys", "<><><>;<a>1<\\a>;<b>x y<\\b>;<\\><\\><\\>;\n", true,
+      {"further keys",
+       "<><><>;<a>1<\\a>;<b>x y<\\b>;<\\><\\><\\>;\n",
+       true,
        {{"a", "1"}, {"b", "x y"}}},
       {"later key wins", "<><><>;<v>1<\\v>;<v>2<\\v>;<\\><\\><\\>;\n", true, {{"v", "2"}}},
       {"closing tag unchecked", "<><><>;<v>1<w>;<\\><\\><\\>;\n", true, {{"v", "1"}}},
       {"empty value ignored", "<><><>;<v><\\v>;<\\><\\><\\>;\n", true, {}},
       {"extra parts ignored", "<><><>;<v>1<\\v>2;<\\><\\><\\>;\n", true, {}},
       {"empty pieces", "<><><>;;;<v>1<\\v>;;<\\><\\><\\>;\n", true, {{"v", "1"}}},
-      {"text after the end", kStandard + "<z>9<\\z>;", true,
+      {"text after the end",
+       kStandard + "<z>9<\\z>;",
+       true,
        {{"architecture", "64"}, {"version", "5"}}},
       {"not at position 0", " " + kStandard, false, {}},
       {"no closing tags", "<><><>;<version>5<\\version>;", false, {}},
-      {"closing tags without line feed", "<><><>;<version>5<\\version>;<\\><\\><\\>;", false,
-       {}},
+      {"closing tags without line feed", "<><><>;<version>5<\\version>;<\\><\\><\\>;", false, {}},
       {"empty text", "", false, {}},
   };
   for (const auto& c : cases) {
@@ -104,8 +109,8 @@ TEST(HeaderParameters, VersionAndThirtyTwoBitRejection) {
       {"empty file", "", -1.0f},
       {"no version tag", headerFile("<><><>;<architecture>64<\\architecture>;<\\><\\><\\>;\n"),
        -1.0f},
-      {"legacy version",
-       headerFile("<><><>;<version>4.89999<\\version>;<\\><\\><\\>;\n"), 4.89999f},
+      {"legacy version", headerFile("<><><>;<version>4.89999<\\version>;<\\><\\><\\>;\n"),
+       4.89999f},
       {"architecture 032 is not 32",
        headerFile("<><><>;<architecture>032<\\architecture>;<version>4.9<\\version>;"
                   "<\\><\\><\\>;\n"),
@@ -143,7 +148,7 @@ TEST(HeaderParameters, TaggedArchitectureReadsLikeStrtol) {
   const struct {
     const char* value;
     std::optional<int> architecture;
-  } cases[] = {{"64", 64}, {"32", 32}, {"0", 0},           {"-5", std::nullopt},
+  } cases[] = {{"64", 64}, {"32", 32},    {"0", 0},   {"-5", std::nullopt},
                {"abc", 0}, {"64bit", 64}, {" 32", 32}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.value);

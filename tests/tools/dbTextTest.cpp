@@ -1,5 +1,3 @@
-#include "dbText.h"
-
 #include <gtest/gtest.h>
 
 #include <bit>
@@ -8,6 +6,7 @@
 #include <random>
 #include <string>
 
+#include "dbText.h"
 #include "support/testFiles.h"
 
 namespace {
@@ -21,10 +20,9 @@ TEST(DbText, RealsAndIntegersParseExactlyOrNotAtAll) {
     bool ok;
     double value;
   } reals[] = {
-      {"1e-9", true, 1e-9},     {"-0.25", true, -0.25}, {"+3", true, 3.0},
-      {" 42 ", true, 42.0},     {"inf", true, INFINITY}, {"-inf", true, -INFINITY},
-      {"", false, 0},           {"+", false, 0},         {"+-1", false, 0},
-      {"1.5x", false, 0},       {"1,5", false, 0},       {"0x10", false, 0},
+      {"1e-9", true, 1e-9},    {"-0.25", true, -0.25},    {"+3", true, 3.0}, {" 42 ", true, 42.0},
+      {"inf", true, INFINITY}, {"-inf", true, -INFINITY}, {"", false, 0},    {"+", false, 0},
+      {"+-1", false, 0},       {"1.5x", false, 0},        {"1,5", false, 0}, {"0x10", false, 0},
       {"1e400", false, 0},
   };
   for (const auto& c : reals) {
@@ -153,8 +151,8 @@ TEST(DbText, LineReaderBoundsLineLength) {
 
   // A line of exactly the limit is read; one byte more is refused, with its line number.
   const size_t limit = kra2db::LineReader::kMaxLine;
-  writeFile(dir.file("long"), "x\n" + std::string(limit, 'y') + "\n" +
-                                  std::string(limit + 1, 'z') + "\nafter\n");
+  writeFile(dir.file("long"),
+            "x\n" + std::string(limit, 'y') + "\n" + std::string(limit + 1, 'z') + "\nafter\n");
   ASSERT_TRUE(reader.open(dir.file("long")));
   ASSERT_TRUE(reader.next(line));
   ASSERT_TRUE(reader.next(line));
