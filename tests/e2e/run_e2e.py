@@ -132,7 +132,7 @@ def main():
     parser.add_argument("cases", nargs="+")
     options = parser.parse_args()
     failed = 0
-    for case_dir in options.cases:
+    for case_dir in map(os.path.abspath, options.cases):
         name = os.path.basename(os.path.normpath(case_dir))
         with tempfile.TemporaryDirectory(prefix="kra2-e2e-") as work:
             code, stderr, actual = run_case(os.path.abspath(options.kra2),
