@@ -1,7 +1,197 @@
 #include "analysis/netlist.h"
 
+#include <strings.h>
+
+#include <cctype>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
 bool isGnd(const std::string& name) { return name == "0"; }
 
-int zeNetlist::loadNetlist(FILE*, const char*) { return 1; }
-int zeNetlist::loadNetlistPeakCurrents(FILE*, const char*) { return 1; }
-int zeNetlist::saveResults(FILE*) const { return 0; }
+namespace {
+
+/// Longest line read at once; a longer line is read in pieces, each counted as a line.
+constexpr int kLineBytes = 4096;
+
+bool isBlank(char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; }
+
+/// What one netlist line may hold.
+struct LineFields {
+  std::string name;
+  std::string node1;
+  std::string node2;
+  float recoveryFactor = 0.0f;
+  int orientation = -1;
+  std::string first;   // first operand text of a peak-current line
+  std::string second;  // second operand text
+  std::string ignored;
+};
+
+/// The conversions of a line grammar, in order: one letter per field.
+///   n name, 1 node1, 2 node2, r recovery factor (float), o orientation (int),
+///   a first operand text, b second operand text, t a text that is read and not used.
+/// Fields are separated by white space and converted as scanf's %s, %f and %d would; the
+/// result is the number of fields converted before the first that fails.
+int scanFields(const char* line, const char* grammar, LineFields& fields) {
+  const char* cursor = line;
+  int converted = 0;
+  for (const char* kind = grammar; *kind != '\0'; ++kind) {
+    while (*cursor != '\0' && isBlank(*cursor)) {
+      ++cursor;
+    }
+    if (*cursor == '\0') {
+      return converted;
+    }
+    if (*kind == 'r') {
+      char* end = nullptr;
+      const float value = std::strtof(cursor, &end);
+      if (end == cursor) {
+        return converted;
+      }
+      fields.recoveryFactor = value;
+      cursor = end;
+    } else if (*kind == 'o') {
+      char* end = nullptr;
+      errno = 0;
+      const long value = std::strtol(cursor, &end, 10);
+      if (end == cursor) {
+        return converted;
+      }
+      // Out-of-range integers are clamped rather than left undefined.
+      fields.orientation = static_cast<int>(value < INT_MIN   ? INT_MIN
+                                            : value > INT_MAX ? INT_MAX
+                                                              : value);
+      cursor = end;
+    } else {
+      const char* begin = cursor;
+      while (*cursor != '\0' && !isBlank(*cursor)) {
+        ++cursor;
+      }
+      std::string* target = &fields.ignored;
+      switch (*kind) {
+        case 'n':
+          target = &fields.name;
+          break;
+        case '1':
+          target = &fields.node1;
+          break;
+        case '2':
+          target = &fields.node2;
+          break;
+        case 'a':
+          target = &fields.first;
+          break;
+        case 'b':
+          target = &fields.second;
+          break;
+        default:
+          break;
+      }
+      target->assign(begin, cursor);
+    }
+    ++converted;
+  }
+  return converted;
+}
+
+/// Escaped identifiers of the simulator's names end in a blank.
+void applyBackslashRule(std::string& node, bool keepBackslashNames) {
+  if (!keepBackslashNames && node.find('\\') != std::string::npos) {
+    node.push_back(' ');
+  }
+}
+
+void reportFormatError(const char* fileName, int lineNumber) {
+  if (fileName != nullptr) {
+    std::printf("\nIncorrect netlist file format (%s: line %d)\n", fileName, lineNumber);
+  } else {
+    std::printf("\nIncorrect netlist file format (line %d)\n", lineNumber);
+  }
+}
+
+}  // namespace
+
+const char* zeNetlist::lineGrammar() const {
+  if (hasRecoveryFactor) {
+    return hasExtendedFields ? "n12rttot" : "n12r";
+  }
+  if (hasExtendedFields) {
+    return "n12ttot";
+  }
+  return valueColumn == 0.0f ? "n12" : "n12t";
+}
+
+int zeNetlist::readLines(FILE* file, const char* fileName, const char* grammar, bool peakCurrents) {
+  if (file == nullptr) {
+    return 1;
+  }
+  const int required = static_cast<int>(std::strlen(grammar));
+  const bool hasOrientation = std::strchr(grammar, 'o') != nullptr;
+  const bool hasRecovery = std::strchr(grammar, 'r') != nullptr;
+  char line[kLineBytes];
+  LineFields fields;
+  int lineNumber = 0;
+  while (std::fgets(line, sizeof line, file) != nullptr) {
+    ++lineNumber;
+    if (scanFields(line, grammar, fields) < required) {
+      reportFormatError(fileName, lineNumber);
+      return 1;
+    }
+    zeInstance& instance = instances.emplace_back();
+    instance.name = fields.name;
+    instance.node1 = fields.node1;
+    instance.node2 = fields.node2;
+    applyBackslashRule(instance.node1, keepBackslashNames);
+    applyBackslashRule(instance.node2, keepBackslashNames);
+    if (hasRecovery) {
+      instance.recoveryFactor = fields.recoveryFactor;
+    }
+    if (hasOrientation) {
+      instance.orientation = fields.orientation;
+    }
+    if (peakCurrents) {
+      instance.thresholdValue = std::strtod(fields.first.c_str(), nullptr);
+      instance.thresholdScale = std::strtod(fields.second.c_str(), nullptr);
+    }
+  }
+  loaded = true;
+  return 0;
+}
+
+int zeNetlist::loadNetlist(FILE* file, const char* fileName) {
+  return readLines(file, fileName, lineGrammar(), false);
+}
+
+int zeNetlist::loadNetlistPeakCurrents(FILE* file, const char* fileName) {
+  std::fputs("\nInside loadNetlistPeakCurrents function", stdout);
+  return readLines(file, fileName, hasExtendedFields ? "n12abo" : "n12ab", true);
+}
+
+namespace analysis {
+
+namespace {
+
+void applyFlag(const char* variable, bool& flag) {
+  const char* value = std::getenv(variable);
+  if (value == nullptr) {
+    return;
+  }
+  flag = !(value[0] == '\0' || std::strcmp(value, "0") == 0 || strcasecmp(value, "no") == 0 ||
+           strcasecmp(value, "false") == 0 || strcasecmp(value, "off") == 0);
+}
+
+}  // namespace
+
+void applyLineFormatEnvironment(zeNetlist& netlist) {
+  applyFlag(kRecoveryFactorColumnVariable, netlist.hasRecoveryFactor);
+  applyFlag(kExtendedFieldsVariable, netlist.hasExtendedFields);
+  applyFlag(kKeepBackslashNamesVariable, netlist.keepBackslashNames);
+  if (const char* value = std::getenv(kValueColumnVariable)) {
+    netlist.valueColumn = std::strtof(value, nullptr);
+  }
+}
+
+}  // namespace analysis

@@ -1,0 +1,143 @@
+#include "analysis/instanceMeasure.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace analysis {
+
+namespace {
+
+bool noSecondValue(int idx2) { return idx2 == -1 || idx2 == -3; }
+
+/// A DC value: a scalar, or element 0 of a data vector; false for any other kind.
+bool dcValue(const simdata::Value* value, double& result) {
+  if (value == nullptr) {
+    return false;
+  }
+  if (value->kind() == simdata::kScalarValue) {
+    result = value->scalar();
+    return true;
+  }
+  if (value->kind() == simdata::kDataVectorValue) {
+    result = simdata::getDataVectorAt(value->yVector(), 0);
+    return true;
+  }
+  return false;
+}
+
+struct WaveformSamples {
+  const simdata::Value* waveform = nullptr;
+  Samples x;
+  Samples y;
+};
+
+WaveformSamples waveformAt(const simdata::ValueArray* values, int index,
+                           std::vector<double>& xScratch, std::vector<double>& yScratch) {
+  WaveformSamples result;
+  result.waveform = simdata::getWaveform(values->at(index));
+  if (result.waveform != nullptr) {
+    result.x = samplesOf(result.waveform->xVector(), xScratch);
+    result.y = samplesOf(result.waveform->yVector(), yScratch);
+  }
+  return result;
+}
+
+}  // namespace
+
+Samples samplesOf(const simdata::DataVector* vector, std::vector<double>& scratch) {
+  if (vector == nullptr) {
+    return Samples();
+  }
+  const int length = std::max(vector->length(), 0);
+  const std::span<const double> view = vector->doubles();
+  if (length > 0 && vector->elementType() == simdata::kFloat64 &&
+      view.size() == static_cast<size_t>(length)) {
+    const bool hasNaN = std::any_of(view.begin(), view.end(), [](double v) { return v != v; });
+    if (!hasNaN) {
+      return Samples(view);
+    }
+    // The reader reads NaN as 0.0.
+    scratch.assign(view.begin(), view.end());
+    std::replace_if(
+        scratch.begin(), scratch.end(), [](double v) { return v != v; }, 0.0);
+    return Samples(scratch);
+  }
+  scratch.resize(length);
+  for (int i = 0; i < length; ++i) {
+    scratch[i] = simdata::getDataVectorAt(vector, i);
+  }
+  return Samples(scratch);
+}
+
+InstanceTraits traitsOf(const zeInstance& instance, int orientation) {
+  InstanceTraits traits;
+  traits.thresholdValue = instance.thresholdValue;
+  traits.thresholdScale = instance.thresholdScale;
+  traits.orientation = orientation;
+  traits.directionKnown = instance.directionKnown;
+  traits.recoveryFactor = instance.recoveryFactor;
+  return traits;
+}
+
+void dcDifference(const simdata::ValueArray* values, int idx1, int idx2, voltageData& out) {
+  if (values == nullptr) {
+    return;
+  }
+  double a = 0.0;
+  if (idx1 != -1 && !dcValue(values->at(idx1), a)) {
+    a = 0.0;
+  }
+  double d = a;
+  double b = 0.0;
+  // The fixed value of a -3 node is not subtracted here; the run loop handles it.
+  if (!noSecondValue(idx2) && dcValue(values->at(idx2), b)) {
+    d = a - b;
+  }
+  out.peak = std::fabs(d);
+  out.peakValue = a;
+}
+
+int transientDifference(const simdata::ValueArray* values, int idx1, int idx2,
+                        const StatisticsSettings& settings, const InstanceTraits& instance,
+                        double ref, const TimeRangeLookup& timeRange, WaveScratch& scratch,
+                        voltageData& out) {
+  if (values == nullptr) {
+    return -1;
+  }
+  if (idx1 == -1) {
+    if (noSecondValue(idx2)) {
+      return -1;
+    }
+    // The second node alone: its current flows the other way round.
+    const WaveformSamples wave = waveformAt(values, idx2, scratch.x2, scratch.y2);
+    IndexRange range;
+    timeRange(wave.waveform, range.start, range.stop);
+    InstanceTraits mapped = instance;
+    mapped.orientation = instance.orientation == 1 ? 0 : instance.orientation == 0 ? 1 : -1;
+    const int direction = measureOneWaveform(settings, mapped, range, wave.x, wave.y, 0.0, out);
+    // They would describe the wrong node.
+    out.rawAvg = 0.0;
+    out.peakValue = 0.0;
+    return direction;
+  }
+  if (noSecondValue(idx2)) {
+    const WaveformSamples wave = waveformAt(values, idx1, scratch.x1, scratch.y1);
+    IndexRange range;
+    timeRange(wave.waveform, range.start, range.stop);
+    return measureOneWaveform(settings, instance, range, wave.x, wave.y, ref, out);
+  }
+  const WaveformSamples wave1 = waveformAt(values, idx1, scratch.x1, scratch.y1);
+  WaveformSamples wave2;
+  wave2.waveform = simdata::getWaveform(values->at(idx2));
+  if (wave2.waveform != nullptr) {
+    // Waveforms of one analysis usually share their time vector: view it once.
+    const simdata::DataVector* x2 = wave2.waveform->xVector();
+    wave2.x = wave1.waveform != nullptr && x2 == wave1.waveform->xVector()
+                  ? wave1.x
+                  : samplesOf(x2, scratch.x2);
+    wave2.y = samplesOf(wave2.waveform->yVector(), scratch.y2);
+  }
+  return measureTwoWaveforms(settings, instance, wave1.x, wave2.x, wave1.y, wave2.y, out);
+}
+
+}  // namespace analysis

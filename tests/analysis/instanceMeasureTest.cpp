@@ -1,0 +1,210 @@
+// From reader values to kernel inputs: element types, NaN, nested sweeps, the dispatch by
+// signal index and the DC difference.
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <memory>
+#include <vector>
+
+#include "analysis/instanceMeasure.h"
+#include "simdata/memoryResults.h"
+
+namespace analysis {
+namespace {
+
+using simdata::MemoryValue;
+using simdata::MemoryVector;
+
+std::shared_ptr<MemoryVector> doubles(std::vector<double> values) {
+  return std::make_shared<MemoryVector>("v", "", std::move(values));
+}
+
+TEST(SamplesOf, ConvertsEveryElementTypeLikeTheReader) {
+  std::vector<double> scratch;
+  EXPECT_FALSE(samplesOf(nullptr, scratch).present());
+
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  struct Case {
+    const char* name;
+    std::shared_ptr<MemoryVector> vector;
+    std::vector<double> expected;
+    bool ownMemory;
+  };
+  auto overridden = doubles({1, 2});
+  overridden->setTypeOverride(simdata::kComplex);
+  const Case cases[] = {
+      {"doubles", doubles({1.5, -2}), {1.5, -2}, true},
+      {"doubles with NaN", doubles({1, nan, 3}), {1, 0, 3}, false},
+      {"floats",
+       std::make_shared<MemoryVector>("f", "", std::vector<float>{0.1f, nanf("")}),
+       {static_cast<double>(0.1f), 0},
+       false},
+      {"ints",
+       std::make_shared<MemoryVector>("i", "", std::vector<int32_t>{-3, 4}),
+       {-3, 4},
+       false},
+      {"bytes",
+       std::make_shared<MemoryVector>("b", "", std::vector<int8_t>{-128, 5}),
+       {-128, 5},
+       false},
+      {"other kind", overridden, {0, 0}, false},
+      {"empty", doubles({}), {}, false},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    const Samples samples = samplesOf(c.vector.get(), scratch);
+    ASSERT_TRUE(samples.present());
+    ASSERT_EQ(samples.size(), static_cast<int>(c.expected.size()));
+    for (int i = 0; i < samples.size(); ++i) {
+      EXPECT_EQ(samples[i], c.expected[i]);
+    }
+    EXPECT_EQ(samples[-1], 0.0);
+    EXPECT_EQ(samples[samples.size()], 0.0);
+    if (c.ownMemory) {
+      EXPECT_EQ(samples.data(), c.vector->doubles().data());
+    }
+  }
+}
+
+class Dispatch : public testing::Test {
+ protected:
+  void SetUp() override {
+    time = doubles({0, 1, 2});
+    // 0: a = 1 3 1; 1: b = 0 1 0; 2: a as floats inside a two-level sweep.
+    values.add(MemoryValue::waveform("a", time, doubles({1, 3, 1})));
+    values.add(MemoryValue::waveform("b", time, doubles({0, 1, 0})));
+    std::vector<std::shared_ptr<const simdata::Value>> inner;
+    inner.push_back(MemoryValue::waveform(
+        "a0", time, std::make_shared<MemoryVector>("a", "", std::vector<float>{1, 3, 1})));
+    inner.push_back(MemoryValue::waveform("a1", time, doubles({9, 9, 9})));
+    values.add(MemoryValue::nested("swept", std::move(inner)));
+    settings.stopTime = 10.0;
+    timeRange = [this](const simdata::Value* waveform, int& start, int& stop) {
+      lookedUp.push_back(waveform);
+      start = 0;
+      stop = 2;
+    };
+  }
+  int measure(int idx1, int idx2, const InstanceTraits& traits, double ref, voltageData& out) {
+    return transientDifference(&values, idx1, idx2, settings, traits, ref, timeRange, scratch, out);
+  }
+  std::shared_ptr<MemoryVector> time;
+  simdata::ValueArray values;
+  StatisticsSettings settings;
+  TimeRangeLookup timeRange;
+  std::vector<const simdata::Value*> lookedUp;
+  WaveScratch scratch;
+};
+
+TEST_F(Dispatch, ByIndexKind) {
+  InstanceTraits traits;
+  {
+    SCOPED_TRACE("no node has a signal");
+    voltageData out{};
+    out.peak = 5;
+    EXPECT_EQ(measure(-1, -1, traits, 0.0, out), -1);
+    EXPECT_EQ(measure(-1, -3, traits, 0.0, out), -1);
+    EXPECT_EQ(out.peak, 5.0);
+    EXPECT_EQ(transientDifference(nullptr, 0, 1, settings, traits, 0, timeRange, scratch, out), -1);
+    EXPECT_TRUE(lookedUp.empty());
+  }
+  {
+    SCOPED_TRACE("first node against a fixed value");
+    voltageData out{};
+    EXPECT_EQ(measure(0, -3, traits, 0.5, out), 1);
+    ASSERT_EQ(lookedUp.size(), 1u);
+    EXPECT_EQ(lookedUp[0], values.at(0));
+    EXPECT_EQ(out.peak, 2.5);
+    EXPECT_EQ(out.avg, 1.5);
+    EXPECT_EQ(out.rawAvg, 2.0);
+    EXPECT_EQ(out.peakValue, 3.0);
+  }
+  {
+    SCOPED_TRACE("second node alone ignores the reference");
+    voltageData out{};
+    EXPECT_EQ(measure(-1, 0, traits, 0.5, out), 1);
+    EXPECT_EQ(out.peak, 3.0);
+    EXPECT_EQ(out.avg, 2.0);
+    EXPECT_EQ(out.rawAvg, 0.0);
+    EXPECT_EQ(out.peakValue, 0.0);
+  }
+  {
+    SCOPED_TRACE("both nodes, the reference unused");
+    voltageData out{};
+    EXPECT_EQ(measure(0, 1, traits, 100.0, out), 1);
+    EXPECT_EQ(out.peak, 2.0);
+    EXPECT_EQ(out.avg, 1.5);
+    EXPECT_EQ(lookedUp.size(), 2u);  // the merged measure uses the window, not indices
+  }
+  {
+    SCOPED_TRACE("nested sweep: the first inner waveform, read from floats");
+    voltageData nested{};
+    voltageData plain{};
+    measure(2, 1, traits, 0.0, nested);
+    measure(0, 1, traits, 0.0, plain);
+    EXPECT_EQ(nested.avg, plain.avg);
+    EXPECT_EQ(nested.rms, plain.rms);
+    EXPECT_EQ(nested.peak, plain.peak);
+  }
+  {
+    SCOPED_TRACE("a node whose signal was not found reads as no data");
+    voltageData out{};
+    EXPECT_EQ(measure(-2, 1, traits, 0.0, out), 1);
+    EXPECT_EQ(out.peak, 0.0);
+  }
+}
+
+TEST_F(Dispatch, OrientationOfTheSecondNodeAloneIsMapped) {
+  // The first node alone: 1 inverts. The second node alone: 1 gives the plain direction,
+  // 0 the inverted one, anything else none.
+  struct Case {
+    int idx1;
+    int idx2;
+    int orientation;
+    int direction;
+  };
+  const Case cases[] = {{0, -1, 1, 0}, {0, -1, 0, 1},  {-1, 0, 1, 1},
+                        {-1, 0, 0, 0}, {-1, 0, 4, -1}, {-1, 0, -1, -1}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.idx1 << " " << c.idx2 << " " << c.orientation);
+    InstanceTraits traits;
+    traits.orientation = c.orientation;
+    traits.directionKnown = 1;  // so that only the orientation decides
+    voltageData out{};
+    EXPECT_EQ(measure(c.idx1, c.idx2, traits, 0.0, out), c.direction);
+  }
+}
+
+TEST(DcDifference, ScalarsVectorsAndMissingValues) {
+  simdata::ValueArray values;
+  values.add(MemoryValue::scalarValue("a", 1.25));
+  values.add(MemoryValue::waveform("b", doubles({0}), doubles({0.25, 9})));
+  values.add(nullptr);
+  struct Case {
+    int idx1;
+    int idx2;
+    double peak;
+    double peakValue;
+  };
+  const Case cases[] = {{0, 1, 1.0, 1.25},   {1, 0, 1.0, 0.25},  {0, -1, 1.25, 1.25},
+                        {0, -3, 1.25, 1.25}, {-1, 1, 0.25, 0.0}, {0, 2, 1.25, 1.25},
+                        {2, 0, 1.25, 0.0}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.idx1 << " " << c.idx2);
+    voltageData out{};
+    out.avg = 7;
+    dcDifference(&values, c.idx1, c.idx2, out);
+    EXPECT_EQ(out.peak, c.peak);
+    EXPECT_EQ(out.peakValue, c.peakValue);
+    EXPECT_EQ(out.avg, 7.0);  // nothing else written
+  }
+  voltageData untouched{};
+  untouched.peak = 3;
+  dcDifference(nullptr, 0, 1, untouched);
+  EXPECT_EQ(untouched.peak, 3.0);
+}
+
+}  // namespace
+}  // namespace analysis

@@ -1,0 +1,177 @@
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "analysis/sumInterp.h"
+
+namespace analysis {
+namespace {
+
+using simdata::MemoryVector;
+using Vec = std::vector<double>;
+
+std::shared_ptr<MemoryVector> vec(Vec values) {
+  return std::make_shared<MemoryVector>("v", "", std::move(values));
+}
+
+Vec contents(const MemoryVector& vector) {
+  Vec values;
+  for (int i = 0; i < vector.length(); ++i) {
+    values.push_back(vector.doubleAt(i));
+  }
+  return values;
+}
+
+/// Tracing off unless a test turns it on; the start values are put back afterwards.
+class SumInterp : public testing::Test {
+ protected:
+  void SetUp() override {
+    pgvTraceFlag = 0;
+    pgvTraceLevel = 100;
+  }
+  void TearDown() override {
+    pgvTraceFlag = 1;
+    pgvTraceLevel = 100;
+  }
+};
+
+TEST_F(SumInterp, MergesAxesAndHoldsTheLastValue) {
+  struct Case {
+    const char* name;
+    Vec x1, y1, x2, y2;
+    int minTime;
+    Vec times;  // what the 5-entry outputs (pre-filled with -1) hold afterwards
+    Vec sums;
+  };
+  const Case cases[] = {
+      {"identical axes",
+       {0, 1, 2},
+       {1, 2, 3},
+       {0, 1, 2},
+       {10, 20, 30},
+       0,
+       {0, 1, 2, -1, -1},
+       {11, 22, 33, -1, -1}},
+      // Waveform 1 is interpolated to 1 at time 1.
+      {"interpolation",
+       {0, 2},
+       {0, 2},
+       {0, 1, 2},
+       {1, 1, 1},
+       0,
+       {0, 1, 2, -1, -1},
+       {1, 2, 3, -1, -1}},
+      // Waveform 2 is interpolated at 1 (4 + 4/2 x 1) and at 3 (8 - 8/2 x 1), waveform 1 at 2.
+      {"both ways",
+       {0, 1, 3},
+       {0, 1, 3},
+       {0, 2, 4},
+       {4, 8, 0},
+       0,
+       {0, 1, 2, 3, 4},
+       {4, 7, 10, 7, 3}},
+      {"waveform 2 ends first",
+       {0, 1, 2, 3},
+       {1, 1, 1, 1},
+       {0, 1},
+       {5, 7},
+       0,
+       {0, 1, 2, 3, -1},
+       {6, 8, 8, 8, -1}},
+      {"the first time is that of waveform 1",
+       {1, 2},
+       {1, 1},
+       {0, 2},
+       {0, 4},
+       0,
+       {1, 2, -1, -1, -1},
+       {1, 5, -1, -1, -1}},
+      {"bound above every time",
+       {0, 0.5, 0.9},
+       {1, 1, 1},
+       {0, 0.5, 0.9},
+       {1, 1, 1},
+       1,
+       {-1, -1, -1, -1, -1},
+       {-1, -1, -1, -1, -1}},
+      {"bound above the first time only",
+       {0, 2, 3},
+       {1, 1, 1},
+       {0, 2, 3},
+       {1, 1, 1},
+       1,
+       {-1, -1, -1, -1, -1},
+       {-1, -1, -1, -1, -1}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    auto outY = vec({-1, -1, -1, -1, -1});
+    auto outX = vec({-1, -1, -1, -1, -1});
+    sumInterp(c.minTime, vec(c.y1).get(), vec(c.y2).get(), vec(c.x1).get(), vec(c.x2).get(),
+              outY.get(), outX.get(), true);
+    EXPECT_EQ(contents(*outX), c.times);
+    EXPECT_EQ(contents(*outY), c.sums);
+  }
+}
+
+TEST_F(SumInterp, AbsentSecondWaveformAndTimesNotStored) {
+  auto outY = vec({-1, -1, -1});
+  auto outX = vec({-1, -1, -1});
+  sumInterp(0, vec({1, 2, 3}).get(), nullptr, vec({0, 1, 2}).get(), nullptr, outY.get(), outX.get(),
+            false);
+  EXPECT_EQ(contents(*outY), (Vec{1, 2, 3}));
+  EXPECT_EQ(contents(*outX), (Vec{-1, -1, -1}));
+
+  // A single point writes nothing, not even entry 0.
+  auto single = vec({-1});
+  sumInterp(0, vec({5}).get(), nullptr, vec({0}).get(), nullptr, single.get(), nullptr, true);
+  EXPECT_EQ(contents(*single), (Vec{-1}));
+
+  // Nothing at all: no crash, nothing written.
+  sumInterp(0, nullptr, nullptr, nullptr, nullptr, single.get(), nullptr, true);
+  EXPECT_EQ(contents(*single), (Vec{-1}));
+}
+
+TEST_F(SumInterp, TraceTexts) {
+  pgvTraceFlag = 1;
+  auto outY = vec({0, 0, 0});
+  auto outX = vec({0, 0, 0});
+  testing::internal::CaptureStdout();
+  sumInterp(0, vec({0, 2}).get(), vec({1, 1, 1}).get(), vec({0, 2}).get(), vec({0, 1, 2}).get(),
+            outY.get(), outX.get(), true);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "Common time = 0  \n"
+            "time = 0 v1=0 v2=1 setval= 1\n"
+            "using t2 time 1 ..less than  t1 :2\n"
+            "t : 1.000000e+00 v1:1.000000e+00 + v2:1.000000e+00 : 2.000000e+00\n"
+            "t : 2.000000e+00 v1:2.000000e+00 + v2:1.000000e+00 : 3.000000e+00\n"
+            " : 0 : 1 : 2 DVEC1 :2 DVEC2 :3\n"
+            " XVEC1 :2  XVEC2 :3\n"
+            "CT :3\n");
+
+  // Level 2 traces every interpolation too, and turns tracing on by itself.
+  pgvTraceFlag = 0;
+  pgvTraceLevel = 2;
+  testing::internal::CaptureStdout();
+  sumInterp(0, vec({0, 1, 4}).get(), vec({2, 6}).get(), vec({0, 1, 4}).get(), vec({0, 2}).get(),
+            outY.get(), outX.get(), true);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "Common time = 0  \n"
+            "time = 0 v1=0 v2=2 setval= 2\n"
+            "using t1 time 1 ..less than  t2 :2\n"
+            " next  = 6 interp= 4\n"
+            "t : 1.000000e+00 v1:1.000000e+00 + v2:4.000000e+00 : 5.000000e+00\n"
+            " next  = 4 interp= 2\n"
+            "using t2 time 2 ..less than  t1 :4\n"
+            "t : 2.000000e+00 v1:2.000000e+00 + v2:6.000000e+00 : 8.000000e+00\n"
+            "using t1 time..end of t2 :4\n"
+            "t : 4.000000e+00 v1:4.000000e+00 + v2:6.000000e+00 : 1.000000e+01\n"
+            " : 0 : 1 : 2 : 3 DVEC1 :3 DVEC2 :2\n"
+            " XVEC1 :3  XVEC2 :2\n"
+            "CT :4\n");
+}
+
+}  // namespace
+}  // namespace analysis
