@@ -2,7 +2,9 @@
 
 #include <array>
 #include <istream>
+#include <new>
 #include <ostream>
+#include <stdexcept>
 #include <string>
 
 #include "pgnet/detail/lineReader.h"
@@ -13,6 +15,8 @@ namespace {
 // The PG data reader reports its errors with the length-data wording too.
 constexpr const char* kParseErrorText = "Error in calculating length data.\nAt parsing line ";
 constexpr const char* kNoNode = "##nil##";
+// A grid too large for this machine ends the read like a bad line, not the program.
+const std::string kOutOfMemoryText = "Error in calculating length data.\nOut of memory at line ";
 
 // Both files keep writing a line at a time, flushed, so that a partly written file always
 // ends with a complete line.
@@ -29,16 +33,24 @@ bool zeNetwork::readNodeLines(std::istream& in, MakeNode makeNode) {
   std::array<std::string_view, kFields> fields;
   std::string_view line;
   uint64_t lineNumber = 0;
-  while (reader.next(line)) {
-    ++lineNumber;
-    if (pgnet::detail::splitFields(line, fields.data(), kFields) < kFields ||
-        !makeNode(fields)) {
-      errorMessage = kParseErrorText;
-      errorMessage += std::to_string(lineNumber);
-      errorMessage += ':';
-      errorMessage += line;
-      return false;
+  try {
+    while (reader.next(line)) {
+      ++lineNumber;
+      if (pgnet::detail::splitFields(line, fields.data(), kFields) < kFields ||
+          !makeNode(fields)) {
+        errorMessage = kParseErrorText;
+        errorMessage += std::to_string(lineNumber);
+        errorMessage += ':';
+        errorMessage += line;
+        return false;
+      }
     }
+  } catch (const std::bad_alloc&) {
+    errorMessage = kOutOfMemoryText + std::to_string(lineNumber) + '.';
+    return false;
+  } catch (const std::length_error&) {
+    errorMessage = kOutOfMemoryText + std::to_string(lineNumber) + '.';
+    return false;
   }
   return true;
 }
@@ -62,7 +74,12 @@ bool zeNetwork::readLengthData(std::istream& in) {
   if (!read) {
     return false;
   }
-  calculateLengths();
+  try {
+    calculateLengths();
+  } catch (const std::bad_alloc&) {
+    errorMessage = "Error in calculating length data.\nOut of memory.";
+    return false;
+  }
   return true;
 }
 

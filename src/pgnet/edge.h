@@ -1,26 +1,43 @@
 #pragma once
 // A net of the power grid and the nodes that touch it; a walk position on it.
 
+#include <cstdint>
 #include <iosfwd>
+#include <span>
 #include <string_view>
 #include <vector>
 
 #include "pgnet/node.h"
-#include "pgnet/nodeSet.h"
 
-/// One net, made on first use by zeNetwork::getEdge and owned by the network.
+/// One net, made on first use by zeNetwork::getEdge and owned by the network. Most nets touch
+/// two or three nodes, so the first two are held in place and only larger nets use the heap.
 class kraEdge {
  public:
-  /// The nodes that touch the net, in creation order.
-  const pgnet::NodeSet& nodes() const { return nodes_; }
-  void insert(kraNode* node) { nodes_.insert(node); }
+  kraEdge() = default;
+  ~kraEdge();
+  kraEdge(const kraEdge&) = delete;
+  kraEdge& operator=(const kraEdge&) = delete;
+
+  /// The nodes that touch the net, in creation order (no node twice).
+  std::span<kraNode* const> nodes() const { return {data(), size_}; }
+  /// Adds a node, keeping creation order; a node already present is not added again.
+  void insert(kraNode* node);
   /// The net's via nodes (viaType not 0), in set order.
   std::vector<kraNode*> getViaNodes() const;
 
   std::string_view name;
 
  private:
-  pgnet::NodeSet nodes_;
+  static constexpr uint32_t kInPlace = 2;
+  kraNode** data() { return capacity_ > kInPlace ? heap_ : inPlace_; }
+  kraNode* const* data() const { return capacity_ > kInPlace ? heap_ : inPlace_; }
+
+  union {
+    kraNode* inPlace_[kInPlace] = {};
+    kraNode** heap_;
+  };
+  uint32_t size_ = 0;
+  uint32_t capacity_ = kInPlace;
 };
 
 /// A node together with the net on which a walk stands at it.

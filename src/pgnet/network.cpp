@@ -26,16 +26,7 @@ std::string_view zeNetwork::internLayer(std::string_view layer) {
   return *it;
 }
 
-kraEdge* zeNetwork::getEdge(std::string_view name) {
-  auto it = edges.find(name);
-  if (it != edges.end()) {
-    return it->second;
-  }
-  kraEdge* edge = edgeStore_.add();
-  edge->name = names_.keep(name);
-  edges.emplace(edge->name, edge);
-  return edge;
-}
+kraEdge* zeNetwork::getEdge(std::string_view name) { return edges.findOrAdd(name, names_); }
 
 kraNode* zeNetwork::createNode(const pgnet::NodeFields& fields) {
   kraNode* node = store_.add();
@@ -51,9 +42,7 @@ kraNode* zeNetwork::createNode(const pgnet::NodeFields& fields) {
   node->edge1 = getEdge(fields.net1);
   node->edge2 = getEdge(fields.net2);
   node->edge1->insert(node);
-  if (node->edge2 != node->edge1) {
-    node->edge2->insert(node);
-  }
+  node->edge2->insert(node);
   return node;
 }
 
@@ -111,7 +100,7 @@ kraNode* zeNetwork::longestPath(kraEdge* edge, kraNode* fromNode, double& length
   stack.push_back({edge, fromNode, 0, length, fromNode});
   for (;;) {
     PathFrame& frame = stack.back();
-    const std::vector<kraNode*>& list = frame.edge->nodes().items();
+    const std::span<kraNode* const> list = frame.edge->nodes();
     kraNode* branch = nullptr;
     while (frame.next < list.size()) {
       kraNode* candidate = list[frame.next++];
@@ -320,7 +309,7 @@ bool zeNetwork::identifySegmentAndFindLoop(kraEdge* edge, kraNode* fromNode) {
   stack.push_back({edge, fromNode, 0});
   while (!stack.empty()) {
     EdgeFrame& frame = stack.back();
-    const std::vector<kraNode*>& list = frame.edge->nodes().items();
+    const std::span<kraNode* const> list = frame.edge->nodes();
     if (frame.next == list.size()) {
       stack.pop_back();
       continue;

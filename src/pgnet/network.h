@@ -9,12 +9,12 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
 #include "pgnet/detail/chunkedStore.h"
 #include "pgnet/edge.h"
+#include "pgnet/edgeIndex.h"
 #include "pgnet/node.h"
 #include "pgnet/nodeIndex.h"
 #include "pgnet/nodeSet.h"
@@ -142,7 +142,7 @@ class zeNetwork {
   // --- state (names as the behaviour defines them) ---
   std::string errorMessage;
   pgnet::NodeIndex nodes;
-  std::unordered_map<std::string_view, kraEdge*> edges;
+  pgnet::EdgeIndex edges;
   pgnet::NodeSet workingSet;
   std::map<std::string, std::string, std::less<>> upperLayerOf;
   std::map<std::string, std::string, std::less<>> lowerLayerOf;
@@ -162,7 +162,6 @@ class zeNetwork {
   bool readNodeLines(std::istream& in, MakeNode makeNode);
 
   pgnet::detail::ChunkedStore<kraNode> store_;
-  pgnet::detail::ChunkedStore<kraEdge> edgeStore_;
   pgnet::detail::TextStore names_;
   std::unordered_set<std::string, pgnet::detail::TextHash, std::equal_to<>> layerNames_;
   std::vector<pgnet::detail::EdgeFrame> edgeFrames_;

@@ -1,4 +1,6 @@
+#include <algorithm>
 #include <ostream>
+#include <stdexcept>
 
 #include "pgnet/edge.h"
 #include "pgnet/node.h"
@@ -68,9 +70,44 @@ void kraNode::dump(std::ostream& out) const {
   out << "Name:\t" << name << "\nX   :\t" << x << "\nY   :\t" << y << '\n';
 }
 
+kraEdge::~kraEdge() {
+  if (capacity_ > kInPlace) {
+    delete[] heap_;
+  }
+}
+
+void kraEdge::insert(kraNode* node) {
+  kraNode** items = data();
+  // Nodes normally arrive in creation order, so this is an append.
+  uint32_t at = size_;
+  while (at > 0 && node->seq < items[at - 1]->seq) {
+    --at;
+  }
+  if (at > 0 && items[at - 1] == node) {
+    return;
+  }
+  if (size_ == capacity_) {
+    if (capacity_ > UINT32_MAX / 2) {
+      throw std::length_error("too many nodes on one net");
+    }
+    const uint32_t grown = capacity_ * 2;
+    kraNode** bigger = new kraNode*[grown];
+    std::copy(items, items + size_, bigger);
+    if (capacity_ > kInPlace) {
+      delete[] heap_;
+    }
+    heap_ = bigger;
+    capacity_ = grown;
+    items = heap_;
+  }
+  std::copy_backward(items + at, items + size_, items + size_ + 1);
+  items[at] = node;
+  ++size_;
+}
+
 std::vector<kraNode*> kraEdge::getViaNodes() const {
   std::vector<kraNode*> vias;
-  for (kraNode* node : nodes_) {
+  for (kraNode* node : nodes()) {
     if (node->isVia()) {
       vias.push_back(node);
     }

@@ -34,7 +34,7 @@ void walkSegment(const kraSegment* segment, kraEdge* edge, kraNode* fromNode,
   stack.push_back({edge, fromNode, 0});
   while (!stack.empty()) {
     EdgeFrame& frame = stack.back();
-    const std::vector<kraNode*>& list = frame.edge->nodes().items();
+    const std::span<kraNode* const> list = frame.edge->nodes();
     if (frame.next == list.size()) {
       stack.pop_back();
       continue;
@@ -256,7 +256,7 @@ bool kraJogOrBranchFilter::checkBanchOrJog(kraEdge* edge, kraNode* fromNode) {
       }
     }
     bool descended = false;
-    const std::vector<kraNode*>& list = frame.edge->nodes().items();
+    const std::span<kraNode* const> list = frame.edge->nodes();
     while (!finished && !descended) {
       if (frame.next == list.size()) {
         finished = true;
