@@ -31,6 +31,8 @@ demo: build
 	cd examples && ../$(BUILD)/kra2 -cmd demo.cmd -log ../$(BUILD)/demo.log
 	@echo "---- log ($(BUILD)/demo.log) ----"
 	@cat $(BUILD)/demo.log
+	@echo "---- results (examples/demo_result.txt, first lines) ----"
+	@head -n 8 examples/demo_result.txt
 
 test: build
 	ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS)
