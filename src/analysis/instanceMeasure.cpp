@@ -31,12 +31,27 @@ struct WaveformSamples {
   Samples y;
 };
 
+/// The samples of a time axis, remembered when they are the vector's own memory.
+Samples axisSamplesOf(const simdata::DataVector* axis, std::vector<double>& xScratch,
+                      WaveScratch& scratch) {
+  if (axis != nullptr && axis == scratch.axis) {
+    return scratch.axisSamples;
+  }
+  const Samples samples = samplesOf(axis, xScratch);
+  if (axis != nullptr && samples.data() != xScratch.data()) {
+    scratch.axis = axis;
+    scratch.axisSamples = samples;
+  }
+  return samples;
+}
+
 WaveformSamples waveformAt(const simdata::ValueArray* values, int index,
-                           std::vector<double>& xScratch, std::vector<double>& yScratch) {
+                           std::vector<double>& xScratch, std::vector<double>& yScratch,
+                           WaveScratch& scratch) {
   WaveformSamples result;
   result.waveform = simdata::getWaveform(values->at(index));
   if (result.waveform != nullptr) {
-    result.x = samplesOf(result.waveform->xVector(), xScratch);
+    result.x = axisSamplesOf(result.waveform->xVector(), xScratch, scratch);
     result.y = samplesOf(result.waveform->yVector(), yScratch);
   }
   return result;
@@ -109,7 +124,7 @@ int transientDifference(const simdata::ValueArray* values, int idx1, int idx2,
       return -1;
     }
     // The second node alone: its current flows the other way round.
-    const WaveformSamples wave = waveformAt(values, idx2, scratch.x2, scratch.y2);
+    const WaveformSamples wave = waveformAt(values, idx2, scratch.x2, scratch.y2, scratch);
     IndexRange range;
     timeRange(wave.waveform, range.start, range.stop);
     InstanceTraits mapped = instance;
@@ -121,12 +136,12 @@ int transientDifference(const simdata::ValueArray* values, int idx1, int idx2,
     return direction;
   }
   if (noSecondValue(idx2)) {
-    const WaveformSamples wave = waveformAt(values, idx1, scratch.x1, scratch.y1);
+    const WaveformSamples wave = waveformAt(values, idx1, scratch.x1, scratch.y1, scratch);
     IndexRange range;
     timeRange(wave.waveform, range.start, range.stop);
     return measureOneWaveform(settings, instance, range, wave.x, wave.y, ref, out);
   }
-  const WaveformSamples wave1 = waveformAt(values, idx1, scratch.x1, scratch.y1);
+  const WaveformSamples wave1 = waveformAt(values, idx1, scratch.x1, scratch.y1, scratch);
   WaveformSamples wave2;
   wave2.waveform = simdata::getWaveform(values->at(idx2));
   if (wave2.waveform != nullptr) {
@@ -134,7 +149,7 @@ int transientDifference(const simdata::ValueArray* values, int idx1, int idx2,
     const simdata::DataVector* x2 = wave2.waveform->xVector();
     wave2.x = wave1.waveform != nullptr && x2 == wave1.waveform->xVector()
                   ? wave1.x
-                  : samplesOf(x2, scratch.x2);
+                  : axisSamplesOf(x2, scratch.x2, scratch);
     wave2.y = samplesOf(wave2.waveform->yVector(), scratch.y2);
   }
   return measureTwoWaveforms(settings, instance, wave1.x, wave2.x, wave1.y, wave2.y, out);

@@ -13,12 +13,16 @@
 namespace analysis {
 
 /// Buffers for data vectors that are not stored as doubles (or hold NaN); reused between
-/// instances so that converting does not allocate every time.
+/// instances so that converting does not allocate every time. It also remembers the last
+/// time axis viewed in place: the waveforms of one analysis share it, so it is checked once.
+/// A scratch must not outlive the values it was used with.
 struct WaveScratch {
   std::vector<double> x1;
   std::vector<double> x2;
   std::vector<double> y1;
   std::vector<double> y2;
+  const simdata::DataVector* axis = nullptr;
+  Samples axisSamples;
 };
 
 /// A data vector as kernel samples: its own doubles when it has them and they hold no NaN,

@@ -80,6 +80,8 @@ class Dispatch : public testing::Test {
         "a0", time, std::make_shared<MemoryVector>("a", "", std::vector<float>{1, 3, 1})));
     inner.push_back(MemoryValue::waveform("a1", time, doubles({9, 9, 9})));
     values.add(MemoryValue::nested("swept", std::move(inner)));
+    // 3: a on a time axis of its own, twice as slow.
+    values.add(MemoryValue::waveform("slow", doubles({0, 2, 4}), doubles({1, 3, 1})));
     settings.stopTime = 10.0;
     timeRange = [this](const simdata::Value* waveform, int& start, int& stop) {
       lookedUp.push_back(waveform);
@@ -147,6 +149,20 @@ TEST_F(Dispatch, ByIndexKind) {
     EXPECT_EQ(nested.avg, plain.avg);
     EXPECT_EQ(nested.rms, plain.rms);
     EXPECT_EQ(nested.peak, plain.peak);
+  }
+  {
+    SCOPED_TRACE("a different time axis after the shared one");
+    voltageData shared{};
+    voltageData slow{};
+    measure(0, -1, traits, 0.0, shared);
+    measure(3, -1, traits, 0.0, slow);
+    EXPECT_EQ(shared.peakTime, 1.0);
+    EXPECT_EQ(slow.peakTime, 2.0);
+    voltageData mixed{};
+    measure(3, 1, traits, 0.0, mixed);  // a - b on the union of both axes
+    // Points 0 1 2 4: a = 1 2 3 1 (2 interpolated at t=1), b = 0 1 0 0 (held after t=2).
+    EXPECT_EQ(mixed.peak, 3.0);
+    EXPECT_EQ(mixed.peakTime, 2.0);
   }
   {
     SCOPED_TRACE("a node whose signal was not found reads as no data");
