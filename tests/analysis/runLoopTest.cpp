@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "analysis/settings.h"
 #include "analysis/sources.h"
 #include "app/analyzeNetlist.h"
 #include "simdata/memoryResults.h"
@@ -326,6 +327,104 @@ TEST_F(RunLoop, ResistorPowersAreCopiedWhenTheVariableIsSet) {
   run({"0", "2"}, &printed);
   EXPECT_EQ(instance(0).power, 0.5);
   EXPECT_EQ(instance(1).power, 3.0);  // not in the table: unchanged
+}
+
+}  // namespace
+
+namespace {
+
+/// The statistics members of the session take their settings from the session and the
+/// process: the window, the AC switches, the recovery factors and the pulse switches.
+class SessionStatistics : public testing::Test {
+ protected:
+  void SetUp() override { ASSERT_EQ(session.init(nullptr, nullptr, true), 0); }
+  void TearDown() override { analysis::processSettings() = analysis::ProcessSettings(); }
+  std::shared_ptr<MemoryVector> vec(Vec values) {
+    return std::make_shared<MemoryVector>("v", "", std::move(values));
+  }
+  zeAnalyzeNetlist session;
+};
+
+TEST_F(SessionStatistics, OneWaveformUsesTheSessionAcSettings) {
+  auto x = vec({0, 1, 2, 3, 4});
+  auto y = vec({0, 1, 4, 3, 0});
+  analysis::processSettings().ACAnalysis = true;
+  session.useOldACPeakMethod = true;
+  voltageData out{};
+  int direction = 7;
+  session.getMaxAvgRmsDiff(0, 4, x.get(), y.get(), out, zeInstance(), 0, -1, direction, 0.0);
+  // Half-peak pulse from 1 + 1/3 to 3 + 1/3 around the peak at t=2.
+  EXPECT_EQ(out.pulseWidth, 2.0);
+  EXPECT_EQ(out.dutyRatio, 0.5);
+  EXPECT_EQ(direction, 1);
+
+  session.useOldACPeakMethod = false;
+  voltageData area{};
+  session.getMaxAvgRmsDiff(0, 4, x.get(), y.get(), area, zeInstance(), 0, -1, direction, 0.0);
+  EXPECT_EQ(area.pulseWidth, 2.0);  // area 8 over peak 4
+  EXPECT_EQ(area.dutyRatio, 0.5);
+}
+
+TEST_F(SessionStatistics, TwoWaveformsUseTheSessionWindowAndRecoveryFactor) {
+  auto x = vec({0, 1, 2, 3, 4});
+  auto y1 = vec({1, 1, -1, -1, 1});
+  auto y2 = vec({0, 0, 0, 0, 0});
+  session.startTime = 0.0;
+  session.stopTime = 10.0;
+  analysis::processSettings().emRecoveryFactorGiven = true;
+  analysis::processSettings().emRecoveryFactor = 0.5f;
+  voltageData out{};
+  int direction = 7;
+  session.getMaxAvgRmsDiffNew(x.get(), x.get(), y1.get(), y2.get(), out, zeInstance(), 0, -1,
+                              direction);
+  EXPECT_EQ(out.avg, 0.125);  // (1 - 1 x 0.5) / 4
+
+  // A window from 2.5 on skips the steps starting at 0, 1 and 2.
+  session.startTime = 2.5;
+  voltageData late{};
+  session.getMaxAvgRmsDiffNew(x.get(), x.get(), y1.get(), y2.get(), late, zeInstance(), 0, -1,
+                              direction);
+  EXPECT_EQ(late.peak, 1.0);
+  EXPECT_EQ(late.peakTime, 3.0);
+}
+
+TEST_F(SessionStatistics, PulseSwitchesAreSessionFields) {
+  PwcAcEDataList pulses;
+  session.addPwcAcEData(&pulses, {1, 2, 3, 4, 5});
+  EXPECT_TRUE(pulses.empty());
+  session.collectAcPulses = true;
+  session.addPwcAcEData(&pulses, {1, 2, 3, 4, 5});
+  EXPECT_EQ(pulses.size(), 1u);
+
+  // With a threshold of 0 every step belongs to one pulse; the run gives each instance its
+  // own list.
+  auto x = vec({0, 1, 2});
+  auto y = vec({1, 3, 1});
+  session.acPulseThreshold = 0.0;
+  voltageData out{};
+  out.acPulses = &pulses;
+  int direction = 0;
+  session.getMaxAvgRmsDiff(0, 2, x.get(), y.get(), out, zeInstance(), 0, -1, direction, 0.0);
+  ASSERT_EQ(pulses.size(), 2u);
+  EXPECT_EQ(pulses[1].start, 0.0);
+  EXPECT_EQ(pulses[1].end, 2.0);
+  EXPECT_EQ(pulses[1].maximum, 3.0);
+}
+
+TEST_F(RunLoop, RunGivesEveryInstanceItsPulses) {
+  addWave("n1", {1, 3, 1});
+  addInstance("R1", "n1", "0");
+  addInstance("R2", "n1", "0");
+  session.collectAcPulses = true;
+  session.acPulseThreshold = 0.0;
+  std::string printed;
+  run({"0", "2"}, &printed);
+  ASSERT_TRUE(instance(0).acPulses);
+  ASSERT_TRUE(instance(1).acPulses);
+  EXPECT_NE(instance(0).acPulses, instance(1).acPulses);
+  ASSERT_EQ(instance(0).acPulses->size(), 1u);
+  EXPECT_EQ((*instance(0).acPulses)[0].end, 2.0);
+  EXPECT_EQ(instance(0).data.acPulses, nullptr);  // the stored record keeps no pointer
 }
 
 }  // namespace
