@@ -182,8 +182,8 @@ bool benchmark(long stripPieces, long mesh, const std::string& dir) {
                            std::istreambuf_iterator<char>());
   const bool same = run.status == 0 && output == expected;
 
-  std::printf("%ld nodes (strip %ld, mesh %ldx%ld), input %.1f MB\n", grid.nodes, stripPieces,
-              mesh, mesh, static_cast<double>(grid.input.size()) / 1e6);
+  std::printf("%ld nodes (strip %ld, mesh %ldx%ld), input %.1f MB\n", grid.nodes, stripPieces, mesh,
+              mesh, static_cast<double>(grid.input.size()) / 1e6);
   std::printf("  kra2 calculateLength  %7.2f s  peak %7.1f MB  output %s\n", run.seconds,
               run.peakMB, same ? "as expected" : "WRONG");
 

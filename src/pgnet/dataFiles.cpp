@@ -36,8 +36,7 @@ bool zeNetwork::readNodeLines(std::istream& in, MakeNode makeNode) {
   try {
     while (reader.next(line)) {
       ++lineNumber;
-      if (pgnet::detail::splitFields(line, fields.data(), kFields) < kFields ||
-          !makeNode(fields)) {
+      if (pgnet::detail::splitFields(line, fields.data(), kFields) < kFields || !makeNode(fields)) {
         errorMessage = kParseErrorText;
         errorMessage += std::to_string(lineNumber);
         errorMessage += ':';

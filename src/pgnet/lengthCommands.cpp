@@ -41,8 +41,8 @@ int zeAnalyzeNetlist::processLengthDataOutputCmd(const ArgList* args) {
 int zeAnalyzeNetlist::processSetLayersStackCmd(const ArgList* args) {
   if (noArguments(args)) {
     // The message names lengthDataInput; that is its established wording.
-    logMsg(kError, true, "%s: %s command requires layers stack as list of layers.\n",
-           kProgramName, "lengthDataInput");
+    logMsg(kError, true, "%s: %s command requires layers stack as list of layers.\n", kProgramName,
+           "lengthDataInput");
     return 1;
   }
   layerStack.insert(layerStack.end(), args->begin(), args->end());
@@ -116,8 +116,7 @@ int zeAnalyzeNetlist::processCalculateLengthCmd() {
            "lengthDataOutput");
     return 1;
   }
-  std::ofstream output(lengthDataOutputFile,
-                       std::ios::out | std::ios::trunc | std::ios::binary);
+  std::ofstream output(lengthDataOutputFile, std::ios::out | std::ios::trunc | std::ios::binary);
   if (!output.is_open()) {
     logMsg(kError, true, kOpenForWriting, kProgramName, lengthDataOutputFile.c_str(),
            "lengthDataOutput");

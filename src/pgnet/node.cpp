@@ -1,9 +1,10 @@
+#include "pgnet/node.h"
+
 #include <algorithm>
 #include <ostream>
 #include <stdexcept>
 
 #include "pgnet/edge.h"
-#include "pgnet/node.h"
 
 kraCurrDirType getOppositeCurrDir(int dir) {
   switch (dir) {

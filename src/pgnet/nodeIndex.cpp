@@ -1,13 +1,14 @@
-#include <algorithm>
-
 #include "pgnet/nodeIndex.h"
+
+#include <algorithm>
 
 namespace pgnet {
 
 kraNode* NodeIndex::find(std::string_view name) const {
   const std::vector<kraNode*>& list = items();
-  auto it = std::lower_bound(list.begin(), list.end(), name,
-                             [](const kraNode* node, std::string_view key) { return node->name < key; });
+  auto it =
+      std::lower_bound(list.begin(), list.end(), name,
+                       [](const kraNode* node, std::string_view key) { return node->name < key; });
   return (it != list.end() && (*it)->name == name) ? *it : nullptr;
 }
 

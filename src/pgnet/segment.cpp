@@ -1,7 +1,7 @@
+#include "pgnet/segment.h"
+
 #include <ostream>
 #include <utility>
-
-#include "pgnet/segment.h"
 
 kraSegment::kraSegment(std::vector<kraNode*> nodes, bool loop)
     : hasLoop(loop), nodes_(std::move(nodes)) {}
@@ -49,4 +49,4 @@ void kraSegment::dump(std::ostream& out) const {
   }
 }
 
-void clearList(kraSegmentList& list) { list.clear(); }
+void kraSegment::clearList(kraSegmentList& list) { list.clear(); }

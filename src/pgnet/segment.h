@@ -34,6 +34,8 @@ class kraSegment {
 
   /// For each node i: "\nNode i :\n" and the node's dump.
   void dump(std::ostream& out) const;
+  /// Deletes every segment of the list and empties it.
+  static void clearList(std::vector<std::unique_ptr<kraSegment>>& list);
 
   /// Set when the group contains a loop.
   bool hasLoop = false;
@@ -44,6 +46,3 @@ class kraSegment {
 
 /// The network's owned list of owned segments.
 using kraSegmentList = std::vector<std::unique_ptr<kraSegment>>;
-
-/// Deletes every segment of the list and empties it.
-void clearList(kraSegmentList& list);

@@ -341,7 +341,7 @@ void zeNetwork::filterStraightSegment(kraFilterType type) {
   for (const std::unique_ptr<kraSegment>& segment : segments) {
     findStraightSegments(segment.get(), type, strips);
   }
-  clearList(segments);
+  kraSegment::clearList(segments);
   segments = std::move(strips);
   separateOutSegments();
 }
@@ -354,7 +354,7 @@ void zeNetwork::separateOutSegments() {
       parts.push_back(std::move(part));
     }
   }
-  clearList(segments);
+  kraSegment::clearList(segments);
   segments = std::move(parts);
 }
 

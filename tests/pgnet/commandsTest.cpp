@@ -20,9 +20,10 @@ TEST(LengthCommands, CadGridKeepsOnlyFineGrids) {
     const char* text;
     double expected;
   } cases[] = {
-      {"0.0005", 0.0005}, {"0.001", 0.001},   {"0.0010001", designGrid}, {"0.01", designGrid},
-      {"5", designGrid},  {"abc", 0.0},      {"-2", -2.0},              {"1e-9", 1e-9},
-      {"2e-4xyz", 2e-4},  {"1e999", designGrid},
+      {"0.0005", 0.0005},    {"0.001", 0.001},  {"0.0010001", designGrid},
+      {"0.01", designGrid},  {"5", designGrid}, {"abc", 0.0},
+      {"-2", -2.0},          {"1e-9", 1e-9},    {"2e-4xyz", 2e-4},
+      {"1e999", designGrid},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.text);

@@ -33,25 +33,25 @@ TEST(LengthDataReader, ReadingRules) {
   } cases[] = {
       {"empty file", "", true, "", ""},
       {"a last line without a line feed is not read", "a n1 n2 1 1 M1 nil", true, "", ""},
-      {"only the unterminated last line is dropped",
-       "b n1 n2 1 1 M1 nil\na n2 n3 1 1 M1 nil", true, "", "b"},
+      {"only the unterminated last line is dropped", "b n1 n2 1 1 M1 nil\na n2 n3 1 1 M1 nil", true,
+       "", "b"},
       {"blank and tab separated fields", "a\tn1  n2\t 1 \t1 M1 nil \n", true, "", "a"},
       {"fields after the seventh are ignored", "a n1 n2 1 1 M1 nil extra 9\n", true, "", "a"},
       {"a CR before the line feed is white space", "a n1 n2 1 1 M1 V\r\n", true, "", "a"},
       {"an empty line in the middle", "a n1 n2 1 1 M1 nil\n\nb n2 n3 1 1 M1 nil\n", false,
        kError + "2:", "a"},
-      {"too few fields", "a n1 n2 1 1 M1 nil\nb n2 n3 1 1 M1\n", false,
-       kError + "2:b n2 n3 1 1 M1", "a"},
-      {"a length that is no number", "a n1 n2 x 1 M1 nil\n", false,
-       kError + "1:a n1 n2 x 1 M1 nil", ""},
+      {"too few fields", "a n1 n2 1 1 M1 nil\nb n2 n3 1 1 M1\n", false, kError + "2:b n2 n3 1 1 M1",
+       "a"},
+      {"a length that is no number", "a n1 n2 x 1 M1 nil\n", false, kError + "1:a n1 n2 x 1 M1 nil",
+       ""},
       {"a width with text after the number", "a n1 n2 1 2um M1 nil\n", false,
        kError + "1:a n1 n2 1 2um M1 nil", ""},
       {"an out-of-range number", "a n1 n2 1e999 1 M1 nil\n", false,
        kError + "1:a n1 n2 1e999 1 M1 nil", ""},
       {"a line of blanks", "a n1 n2 1 1 M1 nil\nb n2 n3 1 1 M1 nil\n  \t \n", false,
        kError + "3:  \t ", "a b"},
-      {"an error in an unterminated last line is never seen", "a n1 n2 1 1 M1 nil\nbad", true,
-       "", "a"},
+      {"an error in an unterminated last line is never seen", "a n1 n2 1 1 M1 nil\nbad", true, "",
+       "a"},
       {"NUL bytes are ordinary characters", std::string("a\0 n1 n2 1 1 M1 nil\n", 20), true, "",
        std::string("a\0", 2)},
   };
@@ -146,11 +146,53 @@ void expectSameAsStream(const std::string& text) {
 
 TEST(NumberFields, AcceptExactlyWhatAStreamAccepts) {
   const char* fields[] = {
-      "1", "0.5", "2e-3", "+2e-3", "-0", "-0.0", ".5", "5.", "-.5", "+.5e+2", "1E5", "1e+05",
-      "007", "0.1", "1.7976931348623157e308", "1.8e308", "1e999", "-1e999", "4.9e-324",
-      "2.2250738585072014e-308", "1e-310", "1e-400", "0e999", "0.000", "1e", "1e+", "e5", ".",
-      "-", "+", "+-1", "--1", "1..2", "1.2.3", "1e5.5", "inf", "-inf", "nan", "infinity",
-      "0x10", "0x1p3", "1,5", "1_000", "12345678901234567890123", "1f", "5e-5x", "١",
+      "1",
+      "0.5",
+      "2e-3",
+      "+2e-3",
+      "-0",
+      "-0.0",
+      ".5",
+      "5.",
+      "-.5",
+      "+.5e+2",
+      "1E5",
+      "1e+05",
+      "007",
+      "0.1",
+      "1.7976931348623157e308",
+      "1.8e308",
+      "1e999",
+      "-1e999",
+      "4.9e-324",
+      "2.2250738585072014e-308",
+      "1e-310",
+      "1e-400",
+      "0e999",
+      "0.000",
+      "1e",
+      "1e+",
+      "e5",
+      ".",
+      "-",
+      "+",
+      "+-1",
+      "--1",
+      "1..2",
+      "1.2.3",
+      "1e5.5",
+      "inf",
+      "-inf",
+      "nan",
+      "infinity",
+      "0x10",
+      "0x1p3",
+      "1,5",
+      "1_000",
+      "12345678901234567890123",
+      "1f",
+      "5e-5x",
+      "١",
       "3.14159265358979323846264338327950288",
   };
   for (const char* field : fields) {
@@ -176,8 +218,21 @@ TEST(NumberFields, RandomFieldsParseLikeAStream) {
 }
 
 TEST(NumberOutput, MatchesTheStreamsDefaultFormat) {
-  std::vector<double> values = {0.0, -0.0, 1.0, -1.5, 30.0, 0.1, 1e-5, 1.23456e-5, 123456.0,
-                                1234567.0, 999999.5, 9999995.0, 1e100, -2.5e-300, 4.9e-324,
+  std::vector<double> values = {0.0,
+                                -0.0,
+                                1.0,
+                                -1.5,
+                                30.0,
+                                0.1,
+                                1e-5,
+                                1.23456e-5,
+                                123456.0,
+                                1234567.0,
+                                999999.5,
+                                9999995.0,
+                                1e100,
+                                -2.5e-300,
+                                4.9e-324,
                                 std::numeric_limits<double>::max(),
                                 std::numeric_limits<double>::infinity(),
                                 -std::numeric_limits<double>::infinity()};
@@ -241,6 +296,49 @@ TEST(PGDataWriter, WritesOneLinePerGridWithATabAfterEveryName) {
   EXPECT_TRUE(network.writePGData(out));
   EXPECT_EQ(buffer.str(), "12.5\t0.125\tb\ta\t\n1e-07\t0\t\n");
   EXPECT_EQ(buffer.syncs, 2);
+}
+
+}  // namespace
+
+namespace {
+
+TEST(Readers, HostileInputNeverCrashes) {
+  // Random bytes, mangled valid lines and cut-off files: each read either succeeds or stops
+  // with the parse-error text at some line.
+  std::mt19937 random(99);
+  const std::string valid =
+      "m1 a b 1 1 M1 nil\nm2 b c 2 0.5 M1 nil\nv1 c d 0.1 1 V12 V\nr1 M2 n1 n2 1 2 3 4 V\n";
+  for (int round = 0; round < 3000; ++round) {
+    std::string input;
+    switch (round % 3) {
+      case 0:
+        for (size_t n = random() % 200; n > 0; --n) {
+          input += static_cast<char>(random() % 256);
+        }
+        break;
+      case 1:
+        input = valid;
+        for (int k = 0; k < 4; ++k) {
+          input[random() % input.size()] = "\n\t 0.e-x\r\xff"[random() % 11];
+        }
+        break;
+      default:
+        input = valid.substr(0, random() % valid.size());
+        break;
+    }
+    for (bool pg : {false, true}) {
+      SCOPED_TRACE(testing::Message() << round << (pg ? " pg" : " length"));
+      zeNetwork network(1.0, false);
+      network.setLayerStack({"V12", "M2", "M1"});
+      std::istringstream in(input);
+      const bool ok = pg ? network.readPGData(in) : network.readLengthData(in);
+      if (!ok) {
+        ASSERT_EQ(network.errorMessage.rfind(kError, 0), 0u) << network.errorMessage;
+      }
+      std::ostringstream out;
+      network.writeLengthData(out);
+    }
+  }
 }
 
 }  // namespace

@@ -34,18 +34,21 @@ std::string calculate(const LengthCase& c) {
 
 TEST(Lengths, MetalGroups) {
   const LengthCase cases[] = {
-      {"a group of one keeps its own length", "m a b 2.5 1 M1 nil\n", false, false,
-       "m\t2.5\tM\n"},
+      {"a group of one keeps its own length", "m a b 2.5 1 M1 nil\n", false, false, "m\t2.5\tM\n"},
       // Two pieces are summed even where the longest path would be the same.
       {"a group of two is summed", "m1 a b 10 1 M1 nil\nm2 b c 20 1 M1 nil\n", false, false,
        "m1\t30\tM\nm2\t30\tM\n"},
-      {"other layers never join a group", "m1 a b 10 1 M1 nil\nm2 b c 20 1 M2 nil\n", false,
-       false, "m1\t10\tM\nm2\t20\tM\n"},
+      {"other layers never join a group", "m1 a b 10 1 M1 nil\nm2 b c 20 1 M2 nil\n", false, false,
+       "m1\t10\tM\nm2\t20\tM\n"},
       // Star at b: the longest leaf-to-leaf path is m1+m2 = 30, the sum would be 35.
-      {"three pieces take the longest path", "m1 a b 10 1 M1 nil\nm2 b c 20 1 M1 nil\n"
-       "m3 b d 5 1 M1 nil\n", false, false, "m1\t30\tM\nm2\t30\tM\nm3\t30\tM\n"},
-      {"evalTotalSum sums every group", "m1 a b 10 1 M1 nil\nm2 b c 20 1 M1 nil\n"
-       "m3 b d 5 1 M1 nil\n", false, true, "m1\t35\tM\nm2\t35\tM\nm3\t35\tM\n"},
+      {"three pieces take the longest path",
+       "m1 a b 10 1 M1 nil\nm2 b c 20 1 M1 nil\n"
+       "m3 b d 5 1 M1 nil\n",
+       false, false, "m1\t30\tM\nm2\t30\tM\nm3\t30\tM\n"},
+      {"evalTotalSum sums every group",
+       "m1 a b 10 1 M1 nil\nm2 b c 20 1 M1 nil\n"
+       "m3 b d 5 1 M1 nil\n",
+       false, true, "m1\t35\tM\nm2\t35\tM\nm3\t35\tM\n"},
       {"a loop is summed", "m1 a b 1 1 M1 nil\nm2 b c 2 1 M1 nil\nm3 c a 4 1 M1 nil\n", false,
        false, "m1\t7\tM\nm2\t7\tM\nm3\t7\tM\n"},
       // Chain p1-p2-p3-p4 of 1 each with a spur s of 10 at c. From the leaf p1 the far end is s
@@ -72,9 +75,10 @@ TEST(Lengths, Vias) {
   const LengthCase cases[] = {
       // v1: net c has m2 (M1 group m1+m2 = 30), net d has t1 (7). 30 > 7, so 30 and layer M1;
       // M1 is below V12 (bottom m2), M2 above (top t1). c's metal is on the lower layer: 0.
-      {"a via takes the longer side", "m1 a b 10 1 M1 nil\nm2 b c 20 1 M1 nil\n"
-       "t1 d e 7 1 M2 nil\nv1 c d 0.5 1 V12 V\n", true, false,
-       "m1\t30\tM\nm2\t30\tM\nt1\t7\tM\nv1\t30\tV\tM1\tt1\tm2\t0\n"},
+      {"a via takes the longer side",
+       "m1 a b 10 1 M1 nil\nm2 b c 20 1 M1 nil\n"
+       "t1 d e 7 1 M2 nil\nv1 c d 0.5 1 V12 V\n",
+       true, false, "m1\t30\tM\nm2\t30\tM\nt1\t7\tM\nv1\t30\tV\tM1\tt1\tm2\t0\n"},
       {"without evalCurrentDirection there is no top-net column",
        "m1 a b 10 1 M1 nil\nt1 d e 7 1 M2 nil\nv1 b d 0.5 1 V12 V\n", false, false,
        "m1\t10\tM\nt1\t7\tM\nv1\t10\tV\tM1\tt1\tm1\n"},
@@ -83,13 +87,12 @@ TEST(Lengths, Vias) {
       {"top and bottom use the via's own layer",
        "m1 a b 5 1 M1 nil\nt1 c d 9 1 M2 nil\nv1 b c 1 1 V12 squareVia\n", false, false,
        "m1\t5\tM\nt1\t9\tM\nv1\t9\tV\tM2\tt1\tm1\n"},
-      {"a via without metal keeps its own length", "v a b 0.25 1 V12 rectangleVia\n", true,
-       false, "v\t0.25\tV\tV12\t##nil##\t##nil##\t-1\n"},
-      {"a via next to vias only has no metal", "v1 a b 1 1 V12 V\nv2 b c 2 1 V12 viaArray\n",
-       false, false, "v1\t1\tV\tV12\t##nil##\t##nil##\nv2\t2\tV\tV12\t##nil##\t##nil##\n"},
+      {"a via without metal keeps its own length", "v a b 0.25 1 V12 rectangleVia\n", true, false,
+       "v\t0.25\tV\tV12\t##nil##\t##nil##\t-1\n"},
+      {"a via next to vias only has no metal", "v1 a b 1 1 V12 V\nv2 b c 2 1 V12 viaArray\n", false,
+       false, "v1\t1\tV\tV12\t##nil##\t##nil##\nv2\t2\tV\tV12\t##nil##\t##nil##\n"},
       {"via words are exact: VIA and squarevia are metal",
-       "a n1 n2 3 1 V12 VIA\nb n3 n4 4 1 V12 squarevia\n", false, false,
-       "a\t3\tM\nb\t4\tM\n"},
+       "a n1 n2 3 1 V12 VIA\nb n3 n4 4 1 V12 squarevia\n", false, false, "a\t3\tM\nb\t4\tM\n"},
       // Net a: n1 (0.5) first, n2 (0.2) narrower, n3 (0.2) not strictly narrower, n4 negative.
       // Net q: k1, k2, k3 have negative widths and each replaces a negative best; k4 (0.7)
       // replaces k3; k5 (0.9) does not. The metal layers are not in the stack: no top/bottom.

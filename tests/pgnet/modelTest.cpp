@@ -3,13 +3,15 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdlib>
 #include <limits>
 #include <sstream>
 #include <string>
 
+#include "db/designGlobals.h"
 #include "pgnet/network.h"
-#include "pgnet/segment.h"
 #include "pgnet/networkBuilder.h"
+#include "pgnet/segment.h"
 
 using pgnet_test::build;
 using pgnet_test::names;
@@ -61,7 +63,7 @@ TEST(Node, SetCurrentDirMapsTheSourceFlagByNodeKind) {
     int flag;
     int expected;
   } cases[] = {
-      {kraV, 1, 1}, {kraV, 0, 2}, {kraSquareVia, 1, 1}, {kraMetal, 1, 3},
+      {kraV, 1, 1},     {kraV, 0, 2},     {kraSquareVia, 1, 1}, {kraMetal, 1, 3},
       {kraMetal, 0, 4}, {kraMetal, 2, 6}, {kraV, -1, 6},
   };
   for (const auto& c : cases) {
@@ -120,8 +122,8 @@ TEST(Network, NodeWhoseNetsHaveOneNameSitsOnceOnThatNet) {
 TEST(Network, NetsKeepTheirNodesInCreationOrder) {
   // Names and allocation order disagree on purpose: only creation order counts.
   zeNetwork network(1.0, false);
-  build(network, {{"zz", "n", "a"}, {"aa", "b", "n"}, {"mm", "n", "c", 1, 1, "M1", "V"},
-                  {"bb", "d", "n"}});
+  build(network,
+        {{"zz", "n", "a"}, {"aa", "b", "n"}, {"mm", "n", "c", 1, 1, "M1", "V"}, {"bb", "d", "n"}});
   EXPECT_EQ(names(network.getEdge("n")->nodes()), "zz aa mm bb");
   EXPECT_EQ(names(network.getEdge("n")->getViaNodes()), "mm");
   EXPECT_TRUE(network.getEdge("never")->nodes().empty());
@@ -129,7 +131,8 @@ TEST(Network, NetsKeepTheirNodesInCreationOrder) {
 
 TEST(Network, SameNameTwiceKeepsTheLaterNodeInTheIndexAndBothInTheirNets) {
   zeNetwork network(1.0, false);
-  const auto made = build(network, {{"b", "n1", "n2", 1.0}, {"a", "n2", "n3"}, {"b", "n3", "n4", 7.0}});
+  const auto made =
+      build(network, {{"b", "n1", "n2", 1.0}, {"a", "n2", "n3"}, {"b", "n3", "n4", 7.0}});
   EXPECT_EQ(network.nodes.size(), 2u);
   EXPECT_EQ(names(network.nodes), "a b");
   EXPECT_EQ(network.findNode("b"), made[2]);
@@ -139,8 +142,13 @@ TEST(Network, SameNameTwiceKeepsTheLaterNodeInTheIndexAndBothInTheirNets) {
 
 TEST(Network, NameOrderIsByteWise) {
   zeNetwork network(1.0, false);
-  build(network, {{"b", "1", "2"}, {"\xc3\xa9", "1", "2"}, {"B", "1", "2"}, {"a", "1", "2"},
-                  {"a1", "1", "2"}, {"_", "1", "2"}, {"A", "1", "2"}});
+  build(network, {{"b", "1", "2"},
+                  {"\xc3\xa9", "1", "2"},
+                  {"B", "1", "2"},
+                  {"a", "1", "2"},
+                  {"a1", "1", "2"},
+                  {"_", "1", "2"},
+                  {"A", "1", "2"}});
   EXPECT_EQ(names(network.nodes), "A B _ a a1 b \xc3\xa9");
 }
 
@@ -192,10 +200,11 @@ TEST(Network, CompareFloatValueAcceptsEqualOrWithinTolerance) {
     double a, b, tolerance;
     bool same;
   } cases[] = {
-      {1.0, 1.0, 0.0, true},    {1.0, 1.25, 0.25, true},   {1.25, 1.0, 0.25, true},
-      {1.0, 1.5, 0.25, false},  {0.0, -0.0, 0.0, true},    {1.0, 1.0, -1.0, true},
-      {1.0, 1.1, -1.0, false},  {inf, inf, 0.0, true},     {inf, -inf, inf, true},
-      {std::nan(""), std::nan(""), inf, false},
+      {1.0, 1.0, 0.0, true},   {1.0, 1.25, 0.25, true},
+      {1.25, 1.0, 0.25, true}, {1.0, 1.5, 0.25, false},
+      {0.0, -0.0, 0.0, true},  {1.0, 1.0, -1.0, true},
+      {1.0, 1.1, -1.0, false}, {inf, inf, 0.0, true},
+      {inf, -inf, inf, true},  {std::nan(""), std::nan(""), inf, false},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << c.a << " " << c.b << " " << c.tolerance);
@@ -251,7 +260,8 @@ TEST(Dumps, NodeSegmentPairAndNetworkPrintTheirFixedFormats) {
 
 TEST(Segment, KeepsCreationOrderAndAnswersLayerAndMembership) {
   zeNetwork network(1.0, false);
-  const auto made = build(network, {{"z", "n1", "n2", 1, 1, "M4"}, {"a", "n2", "n3", 1, 1, "M4"},
+  const auto made = build(network, {{"z", "n1", "n2", 1, 1, "M4"},
+                                    {"a", "n2", "n3", 1, 1, "M4"},
                                     {"q", "n3", "n4", 1, 1, "M4"}});
   kraSegment segment(std::vector<kraNode*>{made[2], made[0], made[2]});
   EXPECT_EQ(names(segment.nodes()), "z q");
@@ -292,6 +302,71 @@ TEST(Segment, LeafAndNextFollowTheStripAndStopOnALoop) {
   kraSegment loop(std::vector<kraNode*>{made[4], made[5]});
   const kraEdgeNodePair end = loop.getLeafNode({made[4], made[4]->edge1});
   EXPECT_NE(end.node, nullptr);  // it returns at all: the loop has no end
+}
+
+}  // namespace
+
+namespace {
+
+TEST(Nets, ManyNetsAreAllFoundByNameAndKeptInCreationOrder) {
+  zeNetwork network(1.0, false);
+  // Names that share long prefixes and differ only at the end, across several table growths.
+  constexpr int kNets = 20000;
+  for (int i = 0; i < kNets; ++i) {
+    kraEdge* edge = network.getEdge("VDD/block/net_" + std::to_string(i));
+    ASSERT_EQ(edge, &network.edges[static_cast<size_t>(i)]);
+  }
+  EXPECT_EQ(network.edges.size(), static_cast<size_t>(kNets));
+  for (int i = kNets - 1; i >= 0; --i) {
+    const std::string name = "VDD/block/net_" + std::to_string(i);
+    kraEdge* edge = network.edges.find(name);
+    ASSERT_NE(edge, nullptr) << name;
+    EXPECT_EQ(edge->name, name);
+    EXPECT_EQ(network.getEdge(name), edge);
+  }
+  EXPECT_EQ(network.edges.find("VDD/block/net_"), nullptr);
+  EXPECT_EQ(network.edges.find(""), nullptr);
+  EXPECT_EQ(network.edges.size(), static_cast<size_t>(kNets));
+  kraEdge* empty = network.getEdge("");
+  EXPECT_EQ(network.edges.find(""), empty);
+}
+
+TEST(Nets, InsertKeepsCreationOrderWithoutDuplicates) {
+  zeNetwork network(1.0, false);
+  std::vector<kraNode*> made;
+  for (int i = 0; i < 7; ++i) {
+    made.push_back(network.createNode({.name = "n" + std::to_string(i),
+                                       .net1 = "a" + std::to_string(i),
+                                       .net2 = "b",
+                                       .layer = "M1",
+                                       .viaType = "nil"}));
+  }
+  kraEdge* edge = network.getEdge("loose");
+  for (int i : {3, 1, 5, 1, 0, 6, 3, 2, 4, 6}) {
+    edge->insert(made[static_cast<size_t>(i)]);
+  }
+  EXPECT_EQ(names(edge->nodes()), "n0 n1 n2 n3 n4 n5 n6");
+  EXPECT_EQ(names(network.getEdge("b")->nodes()), "n0 n1 n2 n3 n4 n5 n6");
+  kraEdge* small = network.getEdge("small");
+  small->insert(made[4]);
+  small->insert(made[2]);
+  small->insert(made[4]);
+  EXPECT_EQ(names(small->nodes()), "n2 n4");
+}
+
+TEST(Network, DefaultsComeFromTheDesignAndTheEnvironment) {
+  unsetenv("KRA2_INTERNAL_DEBUG");
+  {
+    zeNetwork network;
+    EXPECT_FALSE(network.debug);
+    EXPECT_EQ(network.cadGrid, 1.0 / hlm::global::getDBU());
+  }
+  setenv("KRA2_INTERNAL_DEBUG", "", 1);
+  {
+    zeNetwork network;
+    EXPECT_TRUE(network.debug);
+  }
+  unsetenv("KRA2_INTERNAL_DEBUG");
 }
 
 }  // namespace

@@ -63,12 +63,10 @@ TEST(StraightStrips, PositionsMatchWithinHalfAGridStepOfTheStripsFirstNode) {
     double xq, xr;
     const char* strips;
   } cases[] = {
-      {0.0, 0.0, "[p q r]"},
-      {0.25, 0.25, "[p q r]"},
-      {0.25, 0.2500001, "[p q]"},    // r is 0.25 from q but more than 0.25 from p
-      {0.2500001, 0.0, ""},          // p and r share x but q separates them: one node each
-      {-0.25, 0.5, "[p q]"},
-      {0.3, 0.3, "[q r]"},
+      {0.0, 0.0, "[p q r]"},      {0.25, 0.25, "[p q r]"},
+      {0.25, 0.2500001, "[p q]"},  // r is 0.25 from q but more than 0.25 from p
+      {0.2500001, 0.0, ""},        // p and r share x but q separates them: one node each
+      {-0.25, 0.5, "[p q]"},      {0.3, 0.3, "[q r]"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << c.xq << " " << c.xr);
@@ -123,8 +121,12 @@ TEST(StraightStrips, NothingForNullEmptySingleOrUnknownType) {
 
 TEST(Separator, KeepsConnectedPartsOfTwoOrMore) {
   zeNetwork network(1.0, false);
-  const auto made = build(network, {{"a", "1", "2"}, {"x", "9", "8"}, {"b", "2", "3"},
-                                    {"c", "4", "5"}, {"d", "5", "6"}, {"e", "6", "7"},
+  const auto made = build(network, {{"a", "1", "2"},
+                                    {"x", "9", "8"},
+                                    {"b", "2", "3"},
+                                    {"c", "4", "5"},
+                                    {"d", "5", "6"},
+                                    {"e", "6", "7"},
                                     {"link", "3", "4", 1, 1, "M1"}});
   // "link" joins the two parts but is not in the segment, so it does not connect them.
   network.segments.push_back(std::make_unique<kraSegment>(
@@ -176,8 +178,9 @@ TEST(JogFilter, OrderOnTheNetDoesNotMatter) {
 TEST(JogFilter, EndsOnStripsWithCycles) {
   zeNetwork network(1.0, false);
   // p1 and p2 both join nets f and g.
-  const auto made = build(network, {{"p1", "f", "g"}, {"p2", "g", "f"}, {"r1", "u", "w"},
-                                    {"r2", "w", "u"}, {"r3", "u", "w"}});
+  const auto made = build(
+      network,
+      {{"p1", "f", "g"}, {"p2", "g", "f"}, {"r1", "u", "w"}, {"r2", "w", "u"}, {"r3", "u", "w"}});
   EXPECT_TRUE(keeps({made[0], made[1]}));
   EXPECT_TRUE(keeps({made[2], made[3], made[4]}));
   // q2 on net f is outside the strip while p2 continues it.
@@ -194,8 +197,9 @@ TEST(JogFilter, NullAndEmptySegmentsAreKept) {
 
 TEST(JogFilter, DropsFailingSegmentsFromTheList) {
   zeNetwork network(1.0, false);
-  const auto made = build(network, {{"s1", "a", "b"}, {"s2", "b", "c"}, {"o", "b", "e"},
-                                    {"t1", "x", "y"}, {"t2", "y", "z"}});
+  const auto made = build(
+      network,
+      {{"s1", "a", "b"}, {"s2", "b", "c"}, {"o", "b", "e"}, {"t1", "x", "y"}, {"t2", "y", "z"}});
   network.segments.push_back(std::make_unique<kraSegment>(std::vector<kraNode*>{made[0], made[1]}));
   network.segments.push_back(std::make_unique<kraSegment>(std::vector<kraNode*>{made[3], made[4]}));
   network.filterSegmentsWithJogOrBranch();
@@ -208,8 +212,8 @@ TEST(Filtering, DebugDumpsOnlyWhenAskedFor) {
     zeNetwork network(1.0, debug);
     std::ostringstream out;
     network.debugOut = &out;
-    build(network, {{"s1", "a", "b", 1, 1, "M1", "nil", 0, 0},
-                    {"s2", "b", "c", 1, 1, "M1", "nil", 0, 1}});
+    build(network,
+          {{"s1", "a", "b", 1, 1, "M1", "nil", 0, 0}, {"s2", "b", "c", 1, 1, "M1", "nil", 0, 1}});
     network.findMetalSegments();
     network.filterSegmentsByPhysicalProperties();
     EXPECT_EQ(segmentNames(network.segments), "[s1 s2]");
@@ -217,10 +221,9 @@ TEST(Filtering, DebugDumpsOnlyWhenAskedFor) {
         "\n\n\nSegment : 0\n"
         "\nNode 0 :\nName:\ts1\nX   :\t0\nY   :\t0\n"
         "\nNode 1 :\nName:\ts2\nX   :\t0\nY   :\t1\n";
-    const std::string expected = "\n\n  Start of filtering:\n\n" + dump +
-                                 "\n\n  After position filtering:\n\n" + dump +
-                                 "\n\n  After width filtering:\n\n" + dump +
-                                 "\n\n  After jog filtering:\n\n" + dump;
+    const std::string expected =
+        "\n\n  Start of filtering:\n\n" + dump + "\n\n  After position filtering:\n\n" + dump +
+        "\n\n  After width filtering:\n\n" + dump + "\n\n  After jog filtering:\n\n" + dump;
     EXPECT_EQ(out.str(), debug ? expected : "");
   }
 }

@@ -481,8 +481,15 @@ TEST(DeepStrips, AStraightStripOfManyPiecesNeedsNoCallStack) {
     const std::string name = "s" + std::to_string(i);
     const std::string net1 = "n" + std::to_string(i);
     const std::string net2 = "n" + std::to_string(i + 1);
-    network.createNode({.name = name, .net1 = net1, .net2 = net2, .length = 1.0, .width = 1.0,
-                        .layer = "M1", .viaType = "nil", .x = 5.0, .y = static_cast<double>(i)});
+    network.createNode({.name = name,
+                        .net1 = net1,
+                        .net2 = net2,
+                        .length = 1.0,
+                        .width = 1.0,
+                        .layer = "M1",
+                        .viaType = "nil",
+                        .x = 5.0,
+                        .y = static_cast<double>(i)});
   }
   network.calculateLengths();
   EXPECT_EQ(network.findNode("s0")->totalLength, kPieces);

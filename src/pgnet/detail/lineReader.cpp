@@ -62,8 +62,8 @@ bool LineReader::next(std::string_view& line) {
     const char* start = chunk_.data() + begin_;
     const size_t available = end_ - begin_;
     const void* feed = std::memchr(start, '\n', available);
-    const size_t part = feed != nullptr ? static_cast<size_t>(static_cast<const char*>(feed) - start)
-                                        : available;
+    const size_t part =
+        feed != nullptr ? static_cast<size_t>(static_cast<const char*>(feed) - start) : available;
     if (feed != nullptr && carry_.empty()) {
       begin_ += part + 1;
       line = std::string_view(start, part < kMaxLineBytes ? part : kMaxLineBytes);
