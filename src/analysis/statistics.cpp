@@ -44,8 +44,10 @@ class PeakTracker {
         peak_(out.peak),
         peakValue_(out.peakValue) {}
 
+  /// kDuration: whether a duration time is set (decided once per measure).
+  template <bool kDuration>
   void observe(double magnitude, double raw, double time) {
-    if (duration_ == 0.0) {
+    if constexpr (!kDuration) {
       plain(magnitude, raw, time);
       return;
     }
@@ -99,6 +101,24 @@ class PeakTracker {
   double pulseMaxTime_ = 0.0;
 };
 
+/// Polarity averages accumulated, from the ignore setting: both for 2, the positive one for
+/// -1 (negative currents ignored), the negative one for 1, none otherwise.
+constexpr int kSplitPositive = 1;
+constexpr int kSplitNegative = 2;
+
+int splitOf(int ignoreSign) {
+  switch (ignoreSign) {
+    case 2:
+      return kSplitPositive | kSplitNegative;
+    case -1:
+      return kSplitPositive;
+    case 1:
+      return kSplitNegative;
+    default:
+      return 0;
+  }
+}
+
 /// The trapezoid sums of one measure. The record's fields are continued from the values the
 /// caller handed in.
 struct AreaSums {
@@ -111,8 +131,9 @@ struct AreaSums {
         absAvg(out.absAvg) {}
 
   /// One trapezoid step from (t, raw, d) to (tNext, rawNext, dNext), d being the difference.
-  void step(double t, double raw, double d, double tNext, double rawNext, double dNext,
-            int ignoreSign) {
+  /// kSplit: which polarity averages the ignore setting accumulates.
+  template <int kSplit>
+  void step(double t, double raw, double d, double tNext, double rawNext, double dNext) {
     const double dt = tNext - t;
     const double mid = (d + dNext) / 2;
     const double area = dt * mid;
@@ -123,15 +144,17 @@ struct AreaSums {
     } else {
       negativeArea += area;
     }
-    const bool positive = mid >= 0;
-    const bool negative = mid < 0;
-    if ((ignoreSign == 2 || ignoreSign == -1) && positive) {
-      avgPositive += area;
-      positiveTime += dt;
+    if constexpr ((kSplit & kSplitPositive) != 0) {
+      if (mid >= 0) {
+        avgPositive += area;
+        positiveTime += dt;
+      }
     }
-    if ((ignoreSign == 2 || ignoreSign == 1) && negative) {
-      avgNegative += area;
-      negativeTime += dt;
+    if constexpr ((kSplit & kSplitNegative) != 0) {
+      if (mid < 0) {
+        avgNegative += area;
+        negativeTime += dt;
+      }
     }
     rms += dt * (d * d + dNext * dNext) / 2;
     absAvg += dt * (std::fabs(d) + std::fabs(dNext)) / 2;
@@ -153,13 +176,12 @@ struct AreaSums {
 class ThresholdPulses {
  public:
   ThresholdPulses(const StatisticsSettings& settings, double threshold, PwcAcEDataList* list)
-      : settings_(settings),
-        enabled_(settings.acPulseThreshold >= 0.0),
-        threshold_(threshold),
-        list_(list) {}
+      : settings_(settings), threshold_(threshold), list_(list) {}
 
+  /// kEnabled: whether AC threshold pulses are on (decided once per measure).
+  template <bool kEnabled>
   void step(double t, double d, double tNext, double dNext) {
-    if (!enabled_) {
+    if constexpr (!kEnabled) {
       return;
     }
     const double magnitude = std::fabs(d);
@@ -192,7 +214,6 @@ class ThresholdPulses {
 
  private:
   const StatisticsSettings& settings_;
-  bool enabled_;
   double threshold_;
   PwcAcEDataList* list_;
   bool open_ = false;
@@ -202,6 +223,41 @@ class ThresholdPulses {
   double max_ = 0.0;
   double maxTime_ = 0.0;
 };
+
+/// Calls `run.template operator()<kDuration, kAcPulses, kSplit>()` with the modes of the
+/// settings, so that the per-step loops carry no mode tests.
+template <typename Run>
+void withModes(const StatisticsSettings& settings, Run&& run) {
+  const bool duration = settings.durationTime != 0.0;
+  const bool acPulses = settings.acPulseThreshold >= 0.0;
+  auto bySplit = [&]<bool kDuration, bool kAcPulses>() {
+    switch (splitOf(settings.ignoreSign)) {
+      case 0:
+        run.template operator()<kDuration, kAcPulses, 0>();
+        break;
+      case kSplitPositive:
+        run.template operator()<kDuration, kAcPulses, kSplitPositive>();
+        break;
+      case kSplitNegative:
+        run.template operator()<kDuration, kAcPulses, kSplitNegative>();
+        break;
+      default:
+        run.template operator()<kDuration, kAcPulses, kSplitPositive | kSplitNegative>();
+        break;
+    }
+  };
+  if (duration) {
+    if (acPulses) {
+      bySplit.template operator()<true, true>();
+    } else {
+      bySplit.template operator()<true, false>();
+    }
+  } else if (acPulses) {
+    bySplit.template operator()<false, true>();
+  } else {
+    bySplit.template operator()<false, false>();
+  }
+}
 
 /// Direction from the sign of the signed average, then the orientation rule.
 int directionFor(const InstanceTraits& instance, double signedAvg) {
@@ -309,9 +365,10 @@ class SharedAxisWalk {
     if (i_ >= len_) {
       return false;
     }
+    // i_ < len_, the common length of both value vectors; only the axis may be shorter.
     next.t = x_[i_];
-    next.a = y1_[i_];
-    next.b = y2_[i_];
+    next.a = y1_.data()[i_];
+    next.b = y2_.data()[i_];
     ++i_;
     return true;
   }
@@ -429,23 +486,25 @@ int measureOneWaveform(const StatisticsSettings& settings, const InstanceTraits&
   const int stop = range.stop;
   const int n = y.size();
   if (y.present() && start < n && start <= stop) {
-    for (int i = start;; ++i) {
-      const double raw = y[i];
-      const double d = raw - ref;
-      const double t = x[i];
-      peak.observe(std::fabs(d), raw, t);
-      if (i + 1 >= n) {
-        break;
+    withModes(settings, [&]<bool kDuration, bool kAcPulses, int kSplit>() {
+      for (int i = start;; ++i) {
+        const double raw = y[i];
+        const double d = raw - ref;
+        const double t = x[i];
+        peak.observe<kDuration>(std::fabs(d), raw, t);
+        if (i + 1 >= n) {
+          break;
+        }
+        const double tNext = x[i + 1];
+        const double rawNext = y[i + 1];
+        const double dNext = rawNext - ref;
+        sums.step<kSplit>(t, raw, d, tNext, rawNext, dNext);
+        acPulses.step<kAcPulses>(t, d, tNext, dNext);
+        if (!(i + 1 <= stop)) {
+          break;
+        }
       }
-      const double tNext = x[i + 1];
-      const double rawNext = y[i + 1];
-      const double dNext = rawNext - ref;
-      sums.step(t, raw, d, tNext, rawNext, dNext, settings.ignoreSign);
-      acPulses.step(t, d, tNext, dNext);
-      if (!(i + 1 <= stop)) {
-        break;
-      }
-    }
+    });
     acPulses.flush();
     peak.store(out);
     sums.rms = std::fabs(sums.rms);
@@ -507,16 +566,17 @@ int measureTwoWaveforms(const StatisticsSettings& settings, const InstanceTraits
   double lastTime = 0.0;
   bool visitedAny = false;
   if (y1.present() && y2.present()) {
-    const int ignoreSign = settings.ignoreSign;
-    lastTime = walkTwoWaveforms(x1, x2, y1, y2, settings, windowStart, visitedAny,
-                                [&](const MergedPoint& from, const MergedPoint& to) {
-                                  const double d = from.a - from.b;
-                                  // The peak is tested at the left end of each step only.
-                                  peak.observe(std::fabs(d), from.a, from.t);
-                                  const double dNext = to.a - to.b;
-                                  sums.step(from.t, from.a, d, to.t, to.a, dNext, ignoreSign);
-                                  acPulses.step(from.t, d, to.t, dNext);
-                                });
+    withModes(settings, [&]<bool kDuration, bool kAcPulses, int kSplit>() {
+      auto step = [&](const MergedPoint& from, const MergedPoint& to) {
+        const double d = from.a - from.b;
+        // The peak is tested at the left end of each step only.
+        peak.observe<kDuration>(std::fabs(d), from.a, from.t);
+        const double dNext = to.a - to.b;
+        sums.step<kSplit>(from.t, from.a, d, to.t, to.a, dNext);
+        acPulses.step<kAcPulses>(from.t, d, to.t, dNext);
+      };
+      lastTime = walkTwoWaveforms(x1, x2, y1, y2, settings, windowStart, visitedAny, step);
+    });
     acPulses.flush();
   }
   peak.store(out);
