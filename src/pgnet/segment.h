@@ -1,6 +1,8 @@
 #pragma once
 // A connected group of nodes on one layer: a metal group, a straight strip or one part of it.
 
+#include <cstddef>
+#include <cstdint>
 #include <iosfwd>
 #include <memory>
 #include <string_view>
@@ -20,7 +22,9 @@ class kraSegment {
   std::string_view getLayer() const;
   /// The first node, or null.
   kraNode* getAnyNode() const;
-  bool contains(const kraNode* node) const { return nodes_.contains(node); }
+  /// Position of the node in the segment's order, or -1.
+  ptrdiff_t indexOf(const kraNode* node) const;
+  bool contains(const kraNode* node) const { return indexOf(node) >= 0; }
   const pgnet::NodeSet& nodes() const { return nodes_; }
 
   /// From a walk position, follows the strip to its end: repeatedly steps to the next pair
@@ -41,7 +45,14 @@ class kraSegment {
   bool hasLoop = false;
 
  private:
+  void buildLookup() const;
+
   pgnet::NodeSet nodes_;
+  /// For large segments, made on the first lookup: an open-addressing table by creation
+  /// sequence holding position + 1 (0 = empty). Every walk over a strip asks for membership
+  /// at each step, and a binary search over a strip of a million nodes touches twenty of
+  /// them per question.
+  mutable std::vector<uint32_t> lookup_;
 };
 
 /// The network's owned list of owned segments.

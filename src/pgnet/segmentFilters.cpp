@@ -214,7 +214,7 @@ kraJogOrBranchFilter::kraJogOrBranchFilter(const kraSegment* segment) : segment_
 }
 
 ptrdiff_t kraJogOrBranchFilter::slotOf(const kraEdge* edge, const kraNode* node) const {
-  const ptrdiff_t index = segment_->nodes().indexOf(node);
+  const ptrdiff_t index = segment_->indexOf(node);
   return index < 0 ? -1 : 2 * index + (edge == node->edge1 ? 0 : 1);
 }
 

@@ -370,3 +370,35 @@ TEST(Network, DefaultsComeFromTheDesignAndTheEnvironment) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(Segment, LargeSegmentsAnswerMembershipLikeSmallOnes) {
+  zeNetwork network(1.0, false);
+  std::vector<kraNode*> all;
+  for (int i = 0; i < 3000; ++i) {
+    all.push_back(network.createNode({.name = "n" + std::to_string(i),
+                                      .net1 = "a" + std::to_string(i),
+                                      .net2 = "a" + std::to_string(i + 1),
+                                      .layer = "M1",
+                                      .viaType = "nil"}));
+  }
+  // Every third node, handed over back to front; sizes on both sides of the table threshold.
+  for (size_t count : {10u, 63u, 64u, 1000u}) {
+    SCOPED_TRACE(count);
+    std::vector<kraNode*> members;
+    for (size_t i = 0; i < count; ++i) {
+      members.push_back(all[3 * (count - 1 - i)]);
+    }
+    kraSegment segment(members);
+    ASSERT_EQ(segment.size(), count);
+    for (size_t i = 0; i < 3 * count; ++i) {
+      const ptrdiff_t expected = i % 3 == 0 ? static_cast<ptrdiff_t>(i / 3) : -1;
+      ASSERT_EQ(segment.indexOf(all[i]), expected) << i;
+      ASSERT_EQ(segment.contains(all[i]), expected >= 0);
+    }
+    EXPECT_FALSE(segment.contains(all[2999]));
+  }
+}
+
+}  // namespace
