@@ -8,7 +8,7 @@ CMAKE_ARGS ?=
 
 PACKAGES := cmake ninja-build g++ libgtest-dev libgmock-dev libcli11-dev python3 python3-numpy
 
-.PHONY: deps configure build demo test test-sanitize bench clean
+.PHONY: deps configure build demo test test-sanitize bench clean fuzz fuzz-short fuzz-deps
 
 deps:
 	@missing=""; for p in $(PACKAGES); do dpkg -s $$p >/dev/null 2>&1 || missing="$$missing $$p"; done; \
@@ -47,5 +47,25 @@ test-sanitize: deps
 	cmake --build $(ASAN_BUILD) -j $(JOBS)
 	ctest --test-dir $(ASAN_BUILD) --output-on-failure -j $(JOBS)
 
+# Fuzzing: every parser under libFuzzer with the address and undefined-behaviour sanitizers
+# (clang from Debian). `make fuzz` runs each target for FUZZ_SECONDS, `make fuzz-short` for a
+# minute; a finding fails the run and leaves its input in $(FUZZ_BUILD)/fuzz/artifacts/.
+FUZZ_BUILD    ?= build-fuzz
+FUZZ_SECONDS  ?= 600
+FUZZ_JOBS     ?= 1
+FUZZ_PACKAGES := clang libclang-rt-14-dev
+
+fuzz-deps: deps
+	@$(MAKE) --no-print-directory deps PACKAGES="$(FUZZ_PACKAGES)"
+
+fuzz: fuzz-deps
+	cmake -S . -B $(FUZZ_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	  -DCMAKE_CXX_COMPILER=clang++ -DKRA2_FUZZ=ON
+	cmake --build $(FUZZ_BUILD) -j $(JOBS)
+	FUZZ_JOBS=$(FUZZ_JOBS) tests/fuzz/run_fuzzers.sh $(FUZZ_BUILD) $(FUZZ_SECONDS)
+
+fuzz-short:
+	@$(MAKE) --no-print-directory fuzz FUZZ_SECONDS=60
+
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD)

@@ -1,0 +1,78 @@
+#!/usr/bin/env bash
+# Gathers the seed inputs of every fuzz target from the project's test data into
+# <out>/<target>/ (one file per seed). Databases are written with the kra2db tool of the
+# given build folder. Usage: collect_seeds.sh <build-dir> <out-dir>
+set -euo pipefail
+build=$(cd "$1" && pwd)
+out=$2
+here=$(cd "$(dirname "$0")" && pwd)
+root=$(cd "$here/../.." && pwd)
+cases=$root/tests/e2e/cases
+
+mkdir -p "$out"
+out=$(cd "$out" && pwd)
+for target in command_file raw_file netlist database header_parameters network_data; do
+  rm -rf "${out:?}/$target"
+  mkdir -p "$out/$target"
+done
+
+# Files under a name that tells where they came from.
+take() {  # take <target> <file> [prefix-byte-as-octal-escape]
+  local target=$1 file=$2 prefix=${3:-}
+  local name
+  name=$(echo "${file#"$root"/}" | tr '/' '_')
+  if [ -n "$prefix" ]; then
+    { printf "$prefix"; cat "$file"; } > "$out/$target/$name"
+  else
+    cp "$file" "$out/$target/$name"
+  fi
+}
+
+# Command files: the hand-written seeds (they use the fixtures the target provides) and
+# every end-to-end case's command file.
+for f in "$here"/seeds/command_file/*; do take command_file "$f"; done
+for f in "$cases"/*/cmd; do take command_file "$f"; done
+
+# Raw files of every dialect and layout the tests hold, small ones only.
+while IFS= read -r f; do
+  take raw_file "$f"
+done < <(find "$root/tests/data" "$cases" -name '*.raw' -size -64k -type f | sort)
+
+# Netlists, each under the plain grammar (first byte 0) and the peak-current grammar (16).
+while IFS= read -r f; do
+  take netlist "$f" '\000'
+  printf '\020' | cat - "$f" > "$out/netlist/peak_$(basename "$f")"
+done < <(find "$root/tests/data" "$cases" -name '*.net' -type f | sort)
+printf '\020R1 a b 0.5 1\nR2 b 0 2 1\n' > "$out/netlist/peak_hand"
+printf '\003R1 a b 0.9 x y 1 z\n' > "$out/netlist/extended_hand"
+
+# Network data: length data (first byte 0, 2, 4) and PG data (first byte 1).
+while IFS= read -r f; do
+  take network_data "$f" '\000'
+  printf '\002' | cat - "$f" > "$out/network_data/currdir_$(basename "$f")"
+  printf '\004' | cat - "$f" > "$out/network_data/sum_$(basename "$f")"
+done < <(find "$cases" \( -name '*.len' -o -name '*.dat' \) -type f | sort)
+printf '\001m1 M1 a b 0 0 1 10 nil\nm2 M1 b c 10 0 1 20 nil\nv1 V1 b x 10 0 1 0 via\n' \
+  > "$out/network_data/pg_hand"
+
+# Databases: written by kra2db, IR first and EM first, with long and empty names.
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+printf 'n1\t1\t2\t3\t4e-09\t-0.5\t1e-09\nn2\t0\t0\t0\t0\t0\t0\n' > "$work/ir.tsv"
+printf '%s\t1\t2\t3\t4\t5\t6\n' "$(printf 'a%.0s' $(seq 300))" >> "$work/ir.tsv"
+printf 'R1\t9\t9\t9\t9\t9\t1\t2\nR2\t1\t-1\t1\t0\t0\t2\t0\n' > "$work/em.tsv"
+"$build/kra2db" write -q "$out/database/ir_em.db" --ir "$work/ir.tsv" --em "$work/em.tsv"
+"$build/kra2db" write -q "$out/database/em_first.db" --ir "$work/ir.tsv" --em "$work/em.tsv" \
+  --em-first
+"$build/kra2db" write -q "$out/database/ir_only.db" --ir "$work/ir.tsv"
+"$build/kra2db" write -q "$out/database/empty.db"
+
+# Header texts: the tag text of each database, and the hand-written ones.
+for f in "$out"/database/*.db; do
+  head -c 1024 "$f" | tr -d '\000' > "$out/header_parameters/$(basename "$f" .db)"
+done
+for f in "$here"/seeds/header_parameters/*; do take header_parameters "$f"; done
+
+for target in "$out"/*/; do
+  echo "$(basename "$target"): $(find "$target" -type f | wc -l) seeds"
+done
