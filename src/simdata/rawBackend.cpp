@@ -33,9 +33,9 @@ std::string analysisKind(std::string_view plotname) {
   // Matched on substrings, most specific first: some writers put a prefix before the title
   // ("Step Analysis: ... AC Analysis", "DC operating point").
   static const std::pair<const char*, const char*> kKinds[] = {
-      {"transient", "tran"},      {"operating point", "op"}, {"dc transfer", "dc"},
-      {"ac analysis", "ac"},      {"noise", "noise"},        {"transfer function", "tf"},
-      {"sensitivity", "sens"},    {"pole-zero", "pz"},       {"distortion", "disto"},
+      {"transient", "tran"},   {"operating point", "op"}, {"dc transfer", "dc"},
+      {"ac analysis", "ac"},   {"noise", "noise"},        {"transfer function", "tf"},
+      {"sensitivity", "sens"}, {"pole-zero", "pz"},       {"distortion", "disto"},
   };
   for (const auto& [text, kind] : kKinds) {
     if (name.find(text) != std::string::npos) {
@@ -297,8 +297,8 @@ class RawDataset : public Dataset {
   Column decodedColumn(int column) const {
     const size_t points = static_cast<size_t>(plot_.points);
     return Column{plot_.decoded,
-                  std::span<const double>(plot_.decoded->data() + static_cast<size_t>(column) * points,
-                                          points)};
+                  std::span<const double>(
+                      plot_.decoded->data() + static_cast<size_t>(column) * points, points)};
   }
 
   /// The scale (variable 0), read once and shared by every value of the dataset.

@@ -71,10 +71,10 @@ std::string excerpt(std::string_view text) {
 
 /// Header keys written by the simulators we read; a plot starts at any of them.
 bool isKnownKey(const std::string& key) {
-  static const char* const kKeys[] = {"title",         "date",        "command", "plotname",
-                                      "flags",         "no. variables", "no. points",
-                                      "dimensions",    "option",      "offset",  "output",
-                                      "backannotation", "version"};
+  static const char* const kKeys[] = {"title",  "date",          "command",    "plotname",
+                                      "flags",  "no. variables", "no. points", "dimensions",
+                                      "option", "offset",        "output",     "backannotation",
+                                      "version"};
   return std::any_of(std::begin(kKeys), std::end(kKeys),
                      [&](const char* known) { return key == known; });
 }
@@ -86,8 +86,8 @@ bool looksLikeKey(std::string_view key) {
     return false;
   }
   return std::all_of(key.begin(), key.end(), [](char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-           c == ' ' || c == '.' || c == '_' || c == '-' || c == '\t';
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == ' ' ||
+           c == '.' || c == '_' || c == '-' || c == '\t';
   });
 }
 
@@ -139,7 +139,8 @@ class Parser {
   std::string locate(const ParseError& error) const {
     if (error.place == Place::kLineIfText && error.offset <= firstBinary_) {
       const size_t end = std::min(error.offset, bytes_.size());
-      const size_t line = 1 + static_cast<size_t>(std::count(bytes_.begin(), bytes_.begin() + end, '\n'));
+      const size_t line =
+          1 + static_cast<size_t>(std::count(bytes_.begin(), bytes_.begin() + end, '\n'));
       return "line " + std::to_string(line) + ": " + error.message;
     }
     return "byte offset " + std::to_string(error.offset) + ": " + error.message;
@@ -162,9 +163,9 @@ class Parser {
   std::string_view readLine(size_t& start) {
     start = pos_;
     const void* found = std::memchr(bytes_.data() + pos_, '\n', bytes_.size() - pos_);
-    const size_t end =
-        found != nullptr ? static_cast<size_t>(static_cast<const char*>(found) - bytes_.data())
-                         : bytes_.size();
+    const size_t end = found != nullptr
+                           ? static_cast<size_t>(static_cast<const char*>(found) - bytes_.data())
+                           : bytes_.size();
     std::string_view line = bytes_.substr(pos_, end - pos_);
     pos_ = end < bytes_.size() ? end + 1 : end;
     if (!line.empty() && line.back() == '\r') {
@@ -223,8 +224,8 @@ class Parser {
         continue;
       }
       const size_t colon = line.find(':');
-      const std::string_view rawKey = colon == std::string_view::npos ? std::string_view()
-                                                                      : trim(line.substr(0, colon));
+      const std::string_view rawKey =
+          colon == std::string_view::npos ? std::string_view() : trim(line.substr(0, colon));
       if (colon == std::string_view::npos || !looksLikeKey(rawKey)) {
         if (trim(line).front() == '.') {
           continue;  // parameter and alias lines of some writers carry no key
@@ -369,9 +370,8 @@ class Parser {
   /// Unpadded plots leave short vectors out of the later records, so records differ in size;
   /// that layout is not read yet.
   void checkPadding(const Plot& plot, int points) const {
-    const bool unpadded = std::any_of(plot.flags.begin(), plot.flags.end(), [](const std::string& f) {
-      return lower(f) == "unpadded";
-    });
+    const bool unpadded = std::any_of(plot.flags.begin(), plot.flags.end(),
+                                      [](const std::string& f) { return lower(f) == "unpadded"; });
     if (!unpadded) {
       return;
     }
@@ -381,8 +381,8 @@ class Parser {
           const auto length = parseCount(std::string_view(option).substr(5));
           if (!length || *length < points) {
             fail(plot.headerOffset, Place::kLineIfText,
-                 "unpadded plots with short vectors are not supported (variable " +
-                     variable.name + ")");
+                 "unpadded plots with short vectors are not supported (variable " + variable.name +
+                     ")");
           }
         }
       }
@@ -410,10 +410,10 @@ class Parser {
     } else {
       if (complete < static_cast<size_t>(points)) {
         fail(bytes_.size(), Place::kByteOffset,
-             "binary data of plot " + std::to_string(number) + " is truncated: " +
-                 std::to_string(complete) + " complete of " + std::to_string(points) +
-                 " points of " + std::to_string(plot.recordBytes) + " bytes from byte offset " +
-                 std::to_string(plot.dataOffset));
+             "binary data of plot " + std::to_string(number) +
+                 " is truncated: " + std::to_string(complete) + " complete of " +
+                 std::to_string(points) + " points of " + std::to_string(plot.recordBytes) +
+                 " bytes from byte offset " + std::to_string(plot.dataOffset));
       }
       plot.points = points;
     }
@@ -513,8 +513,8 @@ class Parser {
     const std::string_view token = bytes_.substr(start, end - start);
     if (parseCount(token) != point) {
       fail(start, Place::kLineIfText,
-           "expected the index of point " + std::to_string(point) + ", found '" +
-               excerpt(token) + "' (does the header announce the right number of variables?)");
+           "expected the index of point " + std::to_string(point) + ", found '" + excerpt(token) +
+               "' (does the header announce the right number of variables?)");
     }
   }
 

@@ -29,8 +29,8 @@ std::optional<TimeRange> sweepTimeRange(const Sweep* sweep) {
     }
     switch (range->dataType) {
       case kInt32:
-        result = TimeRange{static_cast<double>(range->minInt()),
-                           static_cast<double>(range->maxInt())};
+        result =
+            TimeRange{static_cast<double>(range->minInt()), static_cast<double>(range->maxInt())};
         break;
       case kFloat32:
         result = TimeRange{widen(range->minFloat()), widen(range->maxFloat())};

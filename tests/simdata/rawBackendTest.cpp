@@ -1,11 +1,10 @@
-#include "simdata/rawBackend.h"
-
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <string>
 #include <vector>
 
+#include "simdata/rawBackend.h"
 #include "support/testFiles.h"
 
 using simdata::Dataset;
@@ -55,9 +54,8 @@ TEST(RawNaming, KindsTypesAndBareNames) {
     EXPECT_EQ(simdata::raw::analysisTypeOfKind(kind), c.type);
   }
   const std::pair<const char*, const char*> names[] = {
-      {"v(n1)", "n1"},   {"V(N001)", "N001"}, {"i(vdd)", "i(vdd)"}, {"time", "time"},
-      {"v()", "v()"},    {"v(a", "v(a"},      {"vdd#branch", "vdd#branch"},
-      {"v(a,b)", "a,b"},
+      {"v(n1)", "n1"}, {"V(N001)", "N001"}, {"i(vdd)", "i(vdd)"},         {"time", "time"},
+      {"v()", "v()"},  {"v(a", "v(a"},      {"vdd#branch", "vdd#branch"}, {"v(a,b)", "a,b"},
   };
   for (const auto& [written, bare] : names) {
     EXPECT_EQ(simdata::raw::bareName(written), bare) << written;
@@ -95,9 +93,9 @@ TEST(RawBackend, FolderDatasetsAreNamedByKindAcrossFiles) {
   ASSERT_TRUE(datasets);
   const std::vector<std::pair<std::string, std::string>> expected = {
       {"dc", "dc"},      {"op", "dc"},      {"tran", "tran"},  // rc_batch.raw
-      {"op2", "dc"},                                          // rc_op.raw
-      {"tran2", "tran"},                                      // rc_tran.bin.raw
-      {"tran3", "tran"}, {"tran4", "tran"},                   // rc_two_tran.raw
+      {"op2", "dc"},                                           // rc_op.raw
+      {"tran2", "tran"},                                       // rc_tran.bin.raw
+      {"tran3", "tran"}, {"tran4", "tran"},                    // rc_two_tran.raw
   };
   ASSERT_EQ(datasets->count(), static_cast<int>(expected.size()));
   for (int i = 0; i < datasets->count(); ++i) {

@@ -1,5 +1,3 @@
-#include "simdata/rawFile.h"
-
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -7,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "simdata/rawFile.h"
 #include "support/testFiles.h"
 
 using simdata::raw::DataLayout;
@@ -143,10 +142,10 @@ TEST(RawFile, OperatingPointOfADivider) {
   ASSERT_TRUE(file) << error;
   const Plot& op = file->plots().at(0);
   ASSERT_EQ(op.points, 1);
-  EXPECT_EQ(file->valueAt(op, 0, 0), 2.0);     // v(in)
-  EXPECT_EQ(file->valueAt(op, 1, 0), 1.5);     // 2 V * 3k / (1k + 3k)
-  EXPECT_EQ(file->valueAt(op, 2, 0), -5e-4);   // 2 V / 4k, flowing out of the source
-  EXPECT_EQ(file->valueAt(op, 3, 0), 0.0);     // out of range
+  EXPECT_EQ(file->valueAt(op, 0, 0), 2.0);    // v(in)
+  EXPECT_EQ(file->valueAt(op, 1, 0), 1.5);    // 2 V * 3k / (1k + 3k)
+  EXPECT_EQ(file->valueAt(op, 2, 0), -5e-4);  // 2 V / 4k, flowing out of the source
+  EXPECT_EQ(file->valueAt(op, 3, 0), 0.0);    // out of range
   EXPECT_EQ(file->valueAt(op, 0, 1), 0.0);
 }
 
@@ -165,8 +164,9 @@ TEST(RawFile, ComplexPlotKeepsRealParts) {
   EXPECT_NEAR(file->valueAt(ac, 0, 6), 1e6, 1e-6);
   EXPECT_EQ(file->valueAt(ac, 1, 3), 1.0);
 
-  const std::string text = header("AC Analysis", 2, 2, "complex") +
-                           "Values:\n 0\t1.0e3,0.0\n\t5.0e-1, -2.5e-1\n\n 1\t2.0e3,0\n\t+2.5e-1,\t1\n";
+  const std::string text =
+      header("AC Analysis", 2, 2, "complex") +
+      "Values:\n 0\t1.0e3,0.0\n\t5.0e-1, -2.5e-1\n\n 1\t2.0e3,0\n\t+2.5e-1,\t1\n";
   const std::vector<Plot> plots = parseOk(text);
   ASSERT_EQ(plots.size(), 1u);
   EXPECT_EQ(*plots[0].decoded, (std::vector<double>{1e3, 2e3, 0.5, 0.25}));
@@ -221,8 +221,8 @@ TEST(RawFile, BinaryPlotsBackToBackAndCountedPoints) {
   EXPECT_EQ(plots[1].dataOffset, second.size() - 16 + first.size());
 
   // An interrupted batch run leaves "No. Points: 0" with whole records behind it.
-  const std::vector<Plot> counted = parseOk(binaryPlot(header("Transient Analysis", 2, 0),
-                                                       {0, 1, 1, 2, 2, 3}));
+  const std::vector<Plot> counted =
+      parseOk(binaryPlot(header("Transient Analysis", 2, 0), {0, 1, 1, 2, 2, 3}));
   ASSERT_EQ(counted.size(), 1u);
   EXPECT_EQ(counted[0].points, 3);
 }
@@ -235,7 +235,8 @@ TEST(RawFile, GatherReadsAnyColumnsInOnePass) {
       values.push_back(p * 10.0 + v);
     }
   }
-  testing_support::writeFile(dir.file("g.raw"), binaryPlot(header("Transient Analysis", 4, 5), values));
+  testing_support::writeFile(dir.file("g.raw"),
+                             binaryPlot(header("Transient Analysis", 4, 5), values));
   std::string error;
   auto file = RawFile::open(dir.file("g.raw"), error);
   ASSERT_TRUE(file) << error;
@@ -295,7 +296,8 @@ TEST(RawFile, MalformedFilesNameTheLineOrByteOffset) {
       {"variable numbered wrongly",
        "Plotname: tran\nNo. Variables: 2\nNo. Points: 1\nVariables:\n 0 t time\n 2 v(a) voltage\n",
        "mem.raw: line 6: variable 1 is numbered '2'"},
-      {"variable without type", "Plotname: tran\nNo. Variables: 1\nNo. Points: 1\nVariables:\n 0 t\n",
+      {"variable without type",
+       "Plotname: tran\nNo. Variables: 1\nNo. Points: 1\nVariables:\n 0 t\n",
        "mem.raw: line 5: expected 'index name type' for variable 0, found '0 t'"},
       {"text cut in the middle of a point", good + "Values:\n 0\t0.0\n\t1.0\n\n 1\t1e-9\n",
        "mem.raw: line 15: the data ends inside point 1 (at variable 1 of 2)"},

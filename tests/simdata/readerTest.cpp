@@ -28,7 +28,7 @@ TEST(GetDataVectorAt, EveryTypeCode) {
     double expected;
   };
   const Case cases[] = {
-      {&doubles, 0, 2.5}, {&doubles, 1, 0.0},  {&floats, 0, -1.25}, {&floats, 1, 0.0},
+      {&doubles, 0, 2.5}, {&doubles, 1, 0.0},       {&floats, 0, -1.25}, {&floats, 1, 0.0},
       {&ints, 0, -7.0},   {&ints, 1, 2147483647.0}, {&bytes, 0, -128.0}, {&bytes, 1, 5.0},
   };
   for (const Case& c : cases) {
@@ -75,9 +75,14 @@ TEST(GetWaveform, DescendsToTheFirstInnerWaveform) {
 TEST(AnalysisFilter, SkipsScalarDatasetsUnlessAllAreIncluded) {
   unsetenv("_kraIncludeAllAnalysis");
   const std::pair<const char*, bool> cases[] = {
-      {"tran", true},          {"dc", true},          {"DC_Info", false},
-      {"variables", false},    {"Variables2", false}, {"timing_VIOLATIONS", false},
-      {"logic simulation", true}, {"", true},
+      {"tran", true},
+      {"dc", true},
+      {"DC_Info", false},
+      {"variables", false},
+      {"Variables2", false},
+      {"timing_VIOLATIONS", false},
+      {"logic simulation", true},
+      {"", true},
   };
   for (const auto& [name, accepted] : cases) {
     EXPECT_EQ(simdata::analysisFilter(name), accepted) << name;

@@ -189,9 +189,9 @@ TEST_F(SimDataCommands, OpenSimDataOnRawFiles) {
   outcome = run([&] { return session.processOpenSimDataCmd(&bad); });
   EXPECT_EQ(outcome.result, 1);
   EXPECT_EQ(outcome.echoed, "ERROR: kra2: openSimData command failed.\n");
-  EXPECT_EQ(outcome.logged, "ERROR: kra2: openSimData command failed.\nWARNING: " +
-                                dir.file("bad/broken.raw") +
-                                ": line 3: 'No. Points' must be a count, found 'x'\n");
+  EXPECT_EQ(outcome.logged,
+            "ERROR: kra2: openSimData command failed.\nWARNING: " + dir.file("bad/broken.raw") +
+                ": line 3: 'No. Points' must be a count, found 'x'\n");
   EXPECT_EQ(session.resultsDir.get(), opened);
 
   // The selection outlives a new openSimData and stays usable.
@@ -356,11 +356,10 @@ TEST_F(SimDataCommands, SaveTemperature) {
              ->addValue("temp:value", MemoryValue::waveform("temp", y, y));
        },
        0, "Temperature 85.000000\n", "", 85.0},
-      {"no variables dataset",
-       [](MemoryResultsDir& m) { m.addDataset("tran", "tran"); }, 0, "", "", unchanged},
-      {"variables without temp:value",
-       [](MemoryResultsDir& m) { m.addDataset("variables", "variables"); }, 0, "", "",
+      {"no variables dataset", [](MemoryResultsDir& m) { m.addDataset("tran", "tran"); }, 0, "", "",
        unchanged},
+      {"variables without temp:value",
+       [](MemoryResultsDir& m) { m.addDataset("variables", "variables"); }, 0, "", "", unchanged},
       {"no datasets", [](MemoryResultsDir&) {}, 0, "",
        "ERROR: saveTemperature: mem is not a valid result dir.\n", unchanged},
   };
@@ -512,8 +511,7 @@ TEST_F(SimDataCommands, SaveAnalysisInfo) {
   std::vector<std::string> info;
   run([&] { return session.processSaveAnalysisInfoCmd(&withDatabase, info); });
   const std::string written = readFile(dir.file("info.txt"));
-  EXPECT_EQ(written.rfind("#SimDataIsValid\n#AnalysisType\nlogic\nlogic simulation\ntran\n", 0),
-            0u)
+  EXPECT_EQ(written.rfind("#SimDataIsValid\n#AnalysisType\nlogic\nlogic simulation\ntran\n", 0), 0u)
       << written;
 
   // Without output files the lines go to the caller and the time range to the session.
@@ -546,7 +544,8 @@ TEST_F(SimDataCommands, SessionTimeRangeOperations) {
   session.getStartStopTimeRange(&sweep);
   EXPECT_EQ(session.startTime, 1.5);
   EXPECT_EQ(session.stopTime, 2.5);
-  auto wave = MemoryValue::waveform("w", simdata::timeAxis({0, 1, 2, 3}), MemoryVector::zeros("y", 4));
+  auto wave =
+      MemoryValue::waveform("w", simdata::timeAxis({0, 1, 2, 3}), MemoryVector::zeros("y", 4));
   int startIndex = 0;
   int stopIndex = 0;
   session.getTimeRangeIndices(wave.get(), startIndex, stopIndex);
