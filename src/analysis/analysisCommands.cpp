@@ -278,7 +278,7 @@ int zeAnalyzeNetlist::analyseNetlist(int first, int count, std::vector<zeInstanc
 
 int zeAnalyzeNetlist::processSaveResultsCmd(const ArgList* args, std::vector<zeInstance>& out) {
   simdata::resetError();
-  FilePtr file;
+  OutputFile file;
   if (writeOutputFiles) {
     const char* fileName = argAt(args, 0);
     if (fileName == nullptr) {
@@ -287,7 +287,7 @@ int zeAnalyzeNetlist::processSaveResultsCmd(const ArgList* args, std::vector<zeI
       return 1;
     }
     // Created (or emptied) before the checks below.
-    file.reset(std::fopen(fileName, "w+"));
+    file = OutputFile(fileName, "w+");
     if (!file) {
       logMsg(kError, true, "%s: Unable to open output result file %s.\n", kProgramName, fileName);
       return 1;
@@ -307,7 +307,9 @@ int zeAnalyzeNetlist::processSaveResultsCmd(const ArgList* args, std::vector<zeI
   }
   if (file) {
     instances.saveResults(file.get());
-    file.reset();
+    if (!closeOutput(file)) {
+      return 1;
+    }
   }
   if (!writeOutputFiles) {
     out.insert(out.end(), instances.instances.begin(), instances.instances.end());

@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <ctime>
+#include <iosfwd>
 #include <map>
 #include <memory>
 #include <set>
@@ -12,6 +13,7 @@
 
 #include "analysis/netlist.h"
 #include "analysis/voltageData.h"
+#include "app/outputFile.h"
 #include "simdata/resultsReader.h"
 
 class zeVsrc;
@@ -65,6 +67,13 @@ class zeAnalyzeNetlist {
   int currentIgnoreSign() const { return ignoreSign_; }
   /// Logs that a command's handler is not part of this build.
   int logUnavailable(const char* command);
+  /// Logs kWriteErrorText for a file that could not be written completely (ERROR, echoed).
+  void logWriteError(const std::string& path);
+  /// Closes a command's output file; false, with the write error logged, when the file was
+  /// not written completely. The run goes on either way.
+  bool closeOutput(OutputFile& file);
+  /// The same for an output written through a file stream.
+  bool closeOutput(std::ofstream& stream, const std::string& path);
 
   // --- simulation data ---
   int processOpenSimDataCmd(const ArgList* args);

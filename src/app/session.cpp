@@ -1,6 +1,7 @@
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 
 #include "analysis/settings.h"
 #include "app/analyzeNetlist.h"
@@ -116,7 +117,14 @@ void zeAnalyzeNetlist::printLastError() {
 
 void zeAnalyzeNetlist::processCleanup() {
   cmdFile.reset();
-  logFile.reset();
+  if (logFile) {
+    // A log that could not be written completely is reported where it can still be seen.
+    const bool writeFailed = std::ferror(logFile.get()) != 0;
+    const bool closeFailed = std::fclose(logFile.release()) != 0;
+    if (writeFailed || closeFailed) {
+      logWriteError(logFileName);
+    }
+  }
   analysis = nullptr;
   resultsDir.reset();
 }
@@ -126,4 +134,27 @@ void zeAnalyzeNetlist::setACAnalysis(bool on) { analysis::processSettings().ACAn
 int zeAnalyzeNetlist::logUnavailable(const char* command) {
   logMsg(kError, true, "%s: command %s is not available in this build.\n", kProgramName, command);
   return 1;
+}
+
+void zeAnalyzeNetlist::logWriteError(const std::string& path) {
+  logMsg(kError, true, kWriteErrorText, kProgramName, path.c_str());
+}
+
+bool zeAnalyzeNetlist::closeOutput(OutputFile& file) {
+  const std::string path = file.path();
+  if (!file.close()) {
+    logWriteError(path);
+    return false;
+  }
+  return true;
+}
+
+bool zeAnalyzeNetlist::closeOutput(std::ofstream& stream, const std::string& path) {
+  // A failed write sets badbit and later writes do nothing; a failed close sets failbit.
+  stream.close();
+  if (stream.fail()) {
+    logWriteError(path);
+    return false;
+  }
+  return true;
 }

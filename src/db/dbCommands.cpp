@@ -27,12 +27,15 @@ int zeAnalyzeNetlist::processReadMuroDBIR(const char* dbPath, const char* outPat
   }
   try {
     kraDB::kraDBFile db(dbPath);
-    FilePtr out(std::fopen(outPath, "w"));
+    OutputFile out(outPath, "w");
     if (!out) {
       logMsg(kError, true, kNoOutput, kProgramName, outPath);
       return 1;
     }
     kraDB::writeIRListing(db, out.get());
+    if (!closeOutput(out)) {
+      return 1;
+    }
   } catch (const std::exception& error) {
     logMsg(kError, true, kDatabaseError, kProgramName, error.what());
   }
@@ -46,7 +49,7 @@ int zeAnalyzeNetlist::processReadMuroDBTime(const char* dbPath, const char* outP
   }
   try {
     kraDB::kraDBFile db(dbPath);
-    FilePtr out(std::fopen(outPath, "w"));
+    OutputFile out(outPath, "w");
     if (!out) {
       logMsg(kError, true, kNoOutput, kProgramName, outPath);
       return 1;
@@ -54,6 +57,9 @@ int zeAnalyzeNetlist::processReadMuroDBTime(const char* dbPath, const char* outP
     startTime = db.getStartTime();
     stopTime = db.getStopTime();
     kraDB::writeTimeListing(startTime, stopTime, out.get());
+    if (!closeOutput(out)) {
+      return 1;
+    }
   } catch (const std::exception& error) {
     logMsg(kError, true, kDatabaseError, kProgramName, error.what());
     return 1;
@@ -66,7 +72,7 @@ int zeAnalyzeNetlist::processReadMuroDBInfo(const char* dbPath, const char* outP
     logMsg(kError, true, kNeedsName, kProgramName, "readMuroDBInfo");
     return 1;
   }
-  FilePtr out(std::fopen(outPath, "w"));
+  OutputFile out(outPath, "w");
   if (!out) {
     logMsg(kError, true, kNoOutput, kProgramName, outPath);
     return 1;
@@ -79,7 +85,7 @@ int zeAnalyzeNetlist::processReadMuroDBInfo(const char* dbPath, const char* outP
   const std::optional<int> tagged = kraDB::taggedArchitecture(params);
   const int architecture = tagged ? *tagged : guessArchitecture(dbPath);
   kraDB::writeInfoListing(version, architecture, out.get());
-  return 0;
+  return closeOutput(out) ? 0 : 1;
 }
 
 int zeAnalyzeNetlist::processReadMuroDBEM(const ArgList*) { return logUnavailable("readMuroDBEM"); }

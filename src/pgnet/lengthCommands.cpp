@@ -7,6 +7,7 @@
 
 #include "app/analyzeNetlist.h"
 #include "db/designGlobals.h"
+#include "pgnet/dbNetwork.h"
 #include "pgnet/network.h"
 
 namespace {
@@ -131,9 +132,41 @@ int zeAnalyzeNetlist::processCalculateLengthCmd() {
     return 1;
   }
   network.writeLengthData(output);
-  return 0;
+  return closeOutput(output, lengthDataOutputFile) ? 0 : 1;
 }
 
-int zeAnalyzeNetlist::processPowerGridAnalysis(kraDBNetwork*) {
-  return logUnavailable("powerGridRulesInput");
+int zeAnalyzeNetlist::processPowerGridAnalysis(kraDBNetwork* dbNetwork) {
+  std::ifstream input(powerGridRulesInputFile, std::ios::in | std::ios::binary);
+  if (!input.is_open()) {
+    logMsg(kError, true, kOpenForReading, kProgramName, powerGridRulesInputFile.c_str(),
+           "powerGridRulesInput");
+    return 1;
+  }
+  std::ofstream output(powerGridRulesOutputFile,
+                       std::ios::out | std::ios::trunc | std::ios::binary);
+  if (!output.is_open()) {
+    logMsg(kError, true, kOpenForWriting, kProgramName, powerGridRulesOutputFile.c_str(),
+           "powerGridRulesOutput");
+    return 1;
+  }
+  zeNetwork network;
+  network.setLayerStack(layerStack);
+  if (!network.readPGData(input)) {
+    logMsg(kError, true, "%s\n", network.errorMessage.c_str());
+    return 1;
+  }
+  // After a run the currents are the instances' average currents with their directions;
+  // the EM command gives them through its database network instead.
+  pgnet::PGSessionData data;
+  data.cadGrid = dbuScale;
+  if (dbNetwork == nullptr) {
+    data.instances.reserve(instances.instances.size());
+    for (const zeInstance& instance : instances.instances) {
+      data.instances.push_back({instance.name, instance.direction, instance.data.avg});
+    }
+  }
+  if (network.processPG(&data, dbNetwork)) {
+    network.writePGData(output);
+  }
+  return closeOutput(output, powerGridRulesOutputFile) ? 0 : 1;
 }

@@ -186,14 +186,14 @@ int zeAnalyzeNetlist::processDisplaySignalCmd(const ArgList* args) {
 
 int zeAnalyzeNetlist::processSaveTemperatureCmd(const ArgList* args, double& temperatureOut) {
   simdata::resetError();
-  FilePtr file;
+  OutputFile file;
   if (writeOutputFiles) {
     const char* fileName = argAt(args, 0);
     if (fileName == nullptr) {
       logMsg(kError, true, kNeedsFileName, kProgramName, "saveTemperature");
       return 1;
     }
-    file.reset(std::fopen(fileName, "w+"));
+    file = OutputFile(fileName, "w+");
     if (!file) {
       logMsg(kError, true, kCannotWrite, "saveTemperature", fileName);
       return 1;
@@ -220,7 +220,7 @@ int zeAnalyzeNetlist::processSaveTemperatureCmd(const ArgList* args, double& tem
   if (file) {
     std::fprintf(file.get(), "Temperature %f\n", foundTemperature);
   }
-  return 0;
+  return closeOutput(file) ? 0 : 1;
 }
 
 void zeAnalyzeNetlist::getStartStopTimeRange(const simdata::Sweep* sweep) {
@@ -243,7 +243,7 @@ int zeAnalyzeNetlist::processCreateNetlistCmd(const ArgList* args) {
     logMsg(kError, true, "%s: createNetlist command requires a file name.\n", kProgramName);
     return 1;
   }
-  FilePtr file(std::fopen(fileName, "w+"));
+  OutputFile file(fileName, "w+");
   if (!file) {
     logMsg(kError, true, "%s: Unable to create netlist file %s.\n", kProgramName, fileName);
     return 1;
@@ -267,7 +267,7 @@ int zeAnalyzeNetlist::processCreateNetlistCmd(const ArgList* args) {
     std::fprintf(file.get(), "R%d\t%s\t%s\n", i, signals->at(i)->name1.c_str(),
                  signals->at(i + 1)->name1.c_str());
   }
-  return 0;
+  return closeOutput(file) ? 0 : 1;
 }
 
 int zeAnalyzeNetlist::processSaveAnalysisInfoCmd(const ArgList* args,
@@ -277,10 +277,10 @@ int zeAnalyzeNetlist::processSaveAnalysisInfoCmd(const ArgList* args,
     logMsg(kError, true, kNeedsFileName, kProgramName, "saveAnalysisInfo");
     return 1;
   }
-  FilePtr file;
+  OutputFile file;
   if (writeOutputFiles) {
     const char* fileName = argAt(args, 0);
-    file.reset(std::fopen(fileName, "w+"));
+    file = OutputFile(fileName, "w+");
     if (!file) {
       logMsg(kError, true, kCannotWrite, "saveAnalysisInfo", fileName);
       return 1;
@@ -343,5 +343,5 @@ int zeAnalyzeNetlist::processSaveAnalysisInfoCmd(const ArgList* args,
   for (const std::string& line : lines) {
     std::fprintf(file.get(), "%s\n", line.c_str());
   }
-  return 0;
+  return closeOutput(file) ? 0 : 1;
 }
