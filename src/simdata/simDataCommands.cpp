@@ -75,9 +75,9 @@ int zeAnalyzeNetlist::processOpenSimDataCmd(const ArgList* args) {
   printLastError();
   // The selection survives a new openSimData. When it belongs to the directory being
   // replaced, that directory is kept aside until the next selection instead of being freed
-  // under it.
-  replacedResultsDir.reset();
-  if (analysis != nullptr) {
+  // under it. A directory already kept aside is the one the selection belongs to (a selection
+  // lets it go), so it stays and the current one, from which nothing is selected, goes.
+  if (analysis != nullptr && !replacedResultsDir) {
     replacedResultsDir = std::move(resultsDir);
   }
   resultsDir = std::move(opened);

@@ -3,6 +3,7 @@
 // netlist, database, network data). File names cannot leave that folder: every "/" of the
 // input becomes "_" and every ".." becomes "._" before the file is written.
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cstdint>
@@ -39,30 +40,46 @@ void emptyFolder(const std::filesystem::path& dir) {
 
 }  // namespace
 
+namespace {
+
+/// The folder the process started in, to return to after each input (the fuzzer resolves its
+/// own relative paths against it).
+int startFolder = -1;
+
+}  // namespace
+
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
   fuzzing::silenceStdout();
   simdata::initialise();
-  const std::filesystem::path dir = fuzzing::scratchDir() / "run";
-  std::filesystem::create_directories(dir);
+  std::filesystem::create_directories(fuzzing::scratchDir() / "run");
   fuzzing::databaseBytes();  // written once, before the folder is used
-  if (chdir(dir.c_str()) != 0) {
-    std::perror("chdir");
+  startFolder = open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (startFolder < 0) {
+    std::perror("open .");
     std::abort();
   }
   return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  const std::filesystem::path dir = std::filesystem::current_path();
+  const std::filesystem::path dir = fuzzing::scratchDir() / "run";
   emptyFolder(dir);
   fuzzing::writeFixtures(dir);
   fuzzing::writeFile(dir / "cmd", confined(data, size));
   analysis::processSettings() = analysis::ProcessSettings{};
+  if (chdir(dir.c_str()) != 0) {
+    std::perror("chdir");
+    std::abort();
+  }
   {
     zeAnalyzeNetlist session;
     if (session.init("cmd", "kra2.log", false) == 0) {
       session.processCommandFile();
     }
+  }
+  if (fchdir(startFolder) != 0) {
+    std::perror("fchdir");
+    std::abort();
   }
   return 0;
 }
