@@ -13,7 +13,8 @@ bool isGnd(const std::string& name) { return name == "0"; }
 
 namespace {
 
-/// Longest line read at once; a longer line is read in pieces, each counted as a line.
+/// A line holds at most kLineBytes - 1 characters before its line feed; a longer line is a
+/// format error.
 constexpr int kLineBytes = 4096;
 
 bool isBlank(char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; }
@@ -136,6 +137,17 @@ int zeNetlist::readLines(FILE* file, const char* fileName, const char* grammar, 
   int lineNumber = 0;
   while (std::fgets(line, sizeof line, file) != nullptr) {
     ++lineNumber;
+    const size_t length = std::strlen(line);
+    if (length == sizeof line - 1 && line[length - 1] != '\n') {
+      // The buffer is full: a line feed (or the end of the file) must follow, else the line is
+      // longer than a netlist line may be. Read in pieces, its first piece would pass for a
+      // complete instance and the rest would fail on the wrong line.
+      const int next = std::getc(file);
+      if (next != '\n' && next != EOF) {
+        reportFormatError(fileName, lineNumber);
+        return 1;
+      }
+    }
     if (scanFields(line, grammar, fields) < required) {
       reportFormatError(fileName, lineNumber);
       return 1;

@@ -180,4 +180,6 @@ class zeAnalyzeNetlist {
   char commandWord_[2048] = {};
   std::unique_ptr<ArgList> args_;
   int ignoreSign_ = 0;
+  /// Number of the command-file line being read, for messages.
+  int cmdLineNumber_ = 0;
 };

@@ -1,6 +1,7 @@
 #include <strings.h>
 
 #include <cctype>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -155,10 +156,61 @@ const Command kCommands[] = {
 
 }  // namespace
 
+namespace {
+
+/// Reads the next line of at most size - 1 characters, up to and including its line feed, and
+/// gives its length (zero bytes included). A line feed right after a full buffer still belongs
+/// to the line. False at the end of the file or on a read error with nothing read.
+bool readCommandLine(std::FILE* file, char* buffer, size_t size, size_t& length,
+                     bool& endsLine) {
+  length = 0;
+  endsLine = false;
+  int c = EOF;
+  while (length + 1 < size && (c = std::getc(file)) != EOF) {
+    buffer[length++] = static_cast<char>(c);
+    if (c == '\n') {
+      endsLine = true;
+      break;
+    }
+  }
+  if (length + 1 == size && !endsLine) {
+    // Without this a line of exactly the buffer's length would leave its line feed behind as an
+    // empty line, and an empty line ends the command file.
+    c = std::getc(file);
+    if (c == '\n') {
+      endsLine = true;
+    } else if (c != EOF) {
+      std::ungetc(c, file);
+    }
+  }
+  buffer[length] = '\0';
+  if (length == 0 || std::ferror(file) != 0) {
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
 void zeAnalyzeNetlist::collectInput() {
   args_.reset();
-  if (!cmdFile || std::fgets(line_, sizeof line_, cmdFile.get()) == nullptr) {
+  size_t lineLength = 0;
+  bool endsLine = false;
+  if (!cmdFile || !readCommandLine(cmdFile.get(), line_, sizeof line_, lineLength, endsLine)) {
     std::strcpy(commandWord_, "done");
+    return;
+  }
+  const int lineNumber = ++cmdLineNumber_;
+  if (!endsLine) {
+    --cmdLineNumber_;  // the rest of this line is read next, under the same number
+  }
+  if (std::memchr(line_, '\0', lineLength) != nullptr) {
+    // A zero byte would silently cut the line short (or make it look empty, which ends the
+    // command file): the line is reported and skipped like a comment.
+    logMsg(kError, true,
+           "%s: command file %s, line %d: the line holds a zero byte and is skipped.\n",
+           kProgramName, cmdFileName.c_str(), lineNumber);
+    std::strcpy(commandWord_, "#");
     return;
   }
   char* cursor = line_;
@@ -202,6 +254,7 @@ int zeAnalyzeNetlist::processCommandFile() {
   }
   durationTime = 0.0;
   ignoreSign_ = 0;
+  cmdLineNumber_ = 0;
   args_.reset();
   for (;;) {
     collectInput();

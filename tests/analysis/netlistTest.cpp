@@ -162,15 +162,37 @@ TEST(NetlistLoader, BackslashNamesGetATrailingBlank) {
   }
 }
 
-TEST(NetlistLoader, OverlongLineIsReadInPieces) {
-  // 4095 bytes are read at once; the rest of the line counts as line 2.
-  std::string line = "R1 a b " + std::string(5000, 'x') + " tail\n";
-  zeNetlist netlist;
-  int result = -1;
-  const std::string printed = load(netlist, line, "long.net", false, &result);
-  EXPECT_EQ(result, 1);
-  EXPECT_EQ(printed, "\nIncorrect netlist file format (long.net: line 2)\n");
-  EXPECT_EQ(netlist.instances.size(), 1u);
+TEST(NetlistLoader, LinesUpTo4095CharactersAreReadWholeLongerOnesAreFormatErrors) {
+  // A line of n characters: "R1 a b " padded with a long last field, then a line feed.
+  const auto lineOf = [](size_t n) { return "R1 a b " + std::string(n - 7, 'x') + "\n"; };
+  struct Case {
+    const char* what;
+    std::string text;
+    int result;
+    const char* printed;
+    size_t instances;
+  };
+  const Case cases[] = {
+      {"4094 characters", lineOf(4094) + "R2 c d\n", 0, "", 2},
+      {"4095 characters", lineOf(4095) + "R2 c d\n", 0, "", 2},
+      {"4095 characters, no line feed at the end", lineOf(4095).substr(0, 4095), 0, "", 1},
+      {"4096 characters", "R0 p q\n" + lineOf(4096) + "R2 c d\n", 1,
+       "\nIncorrect netlist file format (long.net: line 2)\n", 1},
+      {"5000 characters", lineOf(5000), 1, "\nIncorrect netlist file format (long.net: line 1)\n",
+       0},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    zeNetlist netlist;
+    int result = -1;
+    EXPECT_EQ(load(netlist, c.text, "long.net", false, &result), c.printed);
+    EXPECT_EQ(result, c.result);
+    ASSERT_EQ(netlist.instances.size(), c.instances);
+    EXPECT_EQ(netlist.loaded, c.result == 0);
+    if (c.instances == 2) {
+      EXPECT_EQ(netlist.instances[1].name, "R2");
+    }
+  }
 }
 
 TEST(NetlistLoader, BinaryGarbageIsAFormatErrorNotACrash) {

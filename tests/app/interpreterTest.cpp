@@ -150,6 +150,54 @@ TEST(Interpreter, LongLineIsReadAsTwoLines) {
   EXPECT_EQ(result.log, "");
 }
 
+TEST(Interpreter, LinesThatFitTheBufferExactlyOrHoldZeroBytes) {
+  // A line of exactly 4095 characters keeps its line feed: it does not leave an empty line
+  // behind (which would end the command file).
+  const std::string full = "evalTotalSum" + std::string(4095 - 12, ' ') + "\n";
+  ASSERT_EQ(full.size(), 4096u);
+  struct Case {
+    const char* what;
+    std::string commands;
+    bool totalSum;
+    bool currentDirection;
+    std::string log;
+  };
+  const std::string zeroLine = std::string("evalTotalSum\0 x\n", 16);
+  const Case cases[] = {
+      {"4095 characters", full + "evalCurrentDirection\n", true, true, ""},
+      {"4095 characters, last line", full, true, false, ""},
+      {"zero byte after the word", zeroLine + "evalCurrentDirection\n", false, true,
+       "ERROR: kra2: command file CMD, line 1: the line holds a zero byte and is skipped.\n"},
+      {"zero byte first, CR-LF ends", std::string("\0run\r\n", 6) + "#c\r\nevalTotalSum\r\n",
+       true, false,
+       "ERROR: kra2: command file CMD, line 1: the line holds a zero byte and is skipped.\n"},
+      {"line numbers count line feeds, not pieces",
+       "evalTotalSum " + std::string(5000, 'x') + "\n" + zeroLine, true, false,
+       // The second piece holds the 918 characters that did not fit after "evalTotalSum ".
+       "ERROR: Unknown command (" + std::string(918, 'x') +
+           "). The following are legal commands:\n" +
+           kUnknownTail +
+           "ERROR: kra2: command file CMD, line 2: the line holds a zero byte and is skipped.\n"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    ScratchDir dir;
+    writeFile(dir.file("cmd"), c.commands);
+    zeAnalyzeNetlist session;
+    testing::internal::CaptureStdout();
+    ASSERT_EQ(session.init(dir.file("cmd").c_str(), dir.file("log").c_str(), false), 0);
+    session.processCommandFile();
+    testing::internal::GetCapturedStdout();
+    EXPECT_EQ(session.evalTotalSum, c.totalSum);
+    EXPECT_EQ(session.evalCurrentDirection, c.currentDirection);
+    std::string expected = c.log;
+    for (size_t at; (at = expected.find("CMD")) != std::string::npos;) {
+      expected.replace(at, 3, dir.file("cmd"));
+    }
+    EXPECT_EQ(readFile(dir.file("log")), expected);
+  }
+}
+
 TEST(Interpreter, CrLfLineEndsAreWhiteSpace) {
   runCommands("evalTotalSum\r\nevalCurrentDirection\r\n", [](zeAnalyzeNetlist& s) {
     EXPECT_TRUE(s.evalTotalSum);
