@@ -13,6 +13,7 @@
 #include "analysis/netlist.h"
 #include "analysis/sources.h"
 #include "app/analyzeNetlist.h"
+#include "support/threadPool.h"
 
 namespace {
 
@@ -27,12 +28,45 @@ constexpr std::string_view kFixedValuePrefix = "#@#v";
 
 bool sourceValuesEnabled() { return std::getenv(analysis::kSourceValuesVariable) != nullptr; }
 
+/// Instances measured per piece of work handed to a thread.
+constexpr size_t kInstancesPerPiece = 64;
+
 /// What the analysis of one instance produced, before it is stored.
 struct InstanceOutcome {
   voltageData data;
   int direction = -1;
   std::shared_ptr<PwcAcEDataList> acPulses;
 };
+
+/// Measures one instance of a batch from the batch's values (no session state: this runs on
+/// any thread).
+void measureInstance(const zeInstance& instance, const simdata::ValueArray* values,
+                     const analysis::StatisticsSettings& settings, bool dcPoint,
+                     const analysis::TimeRangeLookup& timeRange, analysis::WaveScratch& scratch,
+                     InstanceOutcome& outcome) {
+  if (!instance.valid) {
+    return;
+  }
+  outcome.data = freshVoltageData();
+  outcome.acPulses = std::make_shared<PwcAcEDataList>();
+  outcome.data.acPulses = outcome.acPulses.get();
+  const double ref = instance.sigIndex2 == -3 ? instance.fixedValue : 0.0;
+  if (dcPoint) {
+    analysis::dcDifference(values, instance.sigIndex1, instance.sigIndex2, outcome.data);
+    const double d = std::fabs(ref - outcome.data.peak);
+    outcome.data.peak = d;
+    outcome.data.avg = d;
+    outcome.data.rms = d;
+    outcome.data.absAvg = d;
+    outcome.data.rawAvg = outcome.data.peakValue;
+    outcome.direction = -1;
+  } else {
+    outcome.direction = analysis::transientDifference(
+        values, instance.sigIndex1, instance.sigIndex2, settings,
+        analysis::traitsOf(instance, instance.orientation), ref, timeRange, scratch,
+        outcome.data);
+  }
+}
 
 }  // namespace
 
@@ -81,6 +115,7 @@ int zeAnalyzeNetlist::processRunCmd(const ArgList* args, int ignoreSign) {
   const time_t runStart = std::time(nullptr);
   time_t lastProgress = runStart;
   const bool detailedProgress = std::getenv("KRA2_INTERNAL_DEBUG") != nullptr;
+  analysis->expectBulkReads(std::max(1, (total + kBatchSize - 1) / kBatchSize));
   analysis->prepare();
   if (sourceValuesEnabled()) {
     populateResToWatt();
@@ -195,54 +230,40 @@ int zeAnalyzeNetlist::analyseNetlist(int first, int count, std::vector<zeInstanc
   const analysis::StatisticsSettings settings = analysis::detail::settingsOf(*this, ignoreSign);
   const bool dcPoint = analysis->sweep() == nullptr;
 
-  // The index range of a waveform depends only on its time vector and the window, and the
-  // waveforms of one analysis usually share their time vector: remember the last one.
-  const simdata::DataVector* rangeAxis = nullptr;
-  analysis::IndexRange axisRange;
-  const analysis::TimeRangeLookup timeRange = [&](const simdata::Value* waveform, int& start,
-                                                  int& stop) {
-    const simdata::DataVector* axis = waveform != nullptr ? waveform->xVector() : nullptr;
-    if (axis != nullptr && axis == rangeAxis) {
-      start = axisRange.start;
-      stop = axisRange.stop;
-      return;
-    }
-    getTimeRangeIndices(waveform, start, stop);
-    if (axis != nullptr) {
-      rangeAxis = axis;
-      axisRange = {start, stop};
+  // The instances of a batch are independent: each outcome is computed on its own and the
+  // outcomes are stored in netlist order afterwards, so the computing is shared out among
+  // threads in runs of consecutive instances, and the results do not depend on how.
+  std::vector<InstanceOutcome> outcomes(static_cast<size_t>(std::max(end - begin, 0)));
+  auto measureRun = [&](size_t runBegin, size_t runEnd) {
+    // The index range of a waveform depends only on its time vector and the window, and the
+    // waveforms of one analysis usually share their time vector: remember the last one.
+    const simdata::DataVector* rangeAxis = nullptr;
+    analysis::IndexRange axisRange;
+    const analysis::TimeRangeLookup timeRange = [&](const simdata::Value* waveform, int& start,
+                                                    int& stop) {
+      const simdata::DataVector* axis = waveform != nullptr ? waveform->xVector() : nullptr;
+      if (axis != nullptr && axis == rangeAxis) {
+        start = axisRange.start;
+        stop = axisRange.stop;
+        return;
+      }
+      getTimeRangeIndices(waveform, start, stop);
+      if (axis != nullptr) {
+        rangeAxis = axis;
+        axisRange = {start, stop};
+      }
+    };
+    analysis::WaveScratch scratch;
+    for (size_t k = runBegin; k < runEnd; ++k) {
+      measureInstance(list[static_cast<size_t>(begin) + k], values.get(), settings, dcPoint,
+                      timeRange, scratch, outcomes[k]);
     }
   };
-
-  // The instances of a batch are independent: each outcome is computed on its own and the
-  // outcomes are stored in netlist order afterwards, so that the computing may be shared out.
-  std::vector<InstanceOutcome> outcomes(static_cast<size_t>(std::max(end - begin, 0)));
-  analysis::WaveScratch scratch;
-  for (int i = begin; i < end; ++i) {
-    const zeInstance& instance = list[i];
-    if (!instance.valid) {
-      continue;
-    }
-    InstanceOutcome& outcome = outcomes[i - begin];
-    outcome.data = freshVoltageData();
-    outcome.acPulses = std::make_shared<PwcAcEDataList>();
-    outcome.data.acPulses = outcome.acPulses.get();
-    const double ref = instance.sigIndex2 == -3 ? instance.fixedValue : 0.0;
-    if (dcPoint) {
-      analysis::dcDifference(values.get(), instance.sigIndex1, instance.sigIndex2, outcome.data);
-      const double d = std::fabs(ref - outcome.data.peak);
-      outcome.data.peak = d;
-      outcome.data.avg = d;
-      outcome.data.rms = d;
-      outcome.data.absAvg = d;
-      outcome.data.rawAvg = outcome.data.peakValue;
-      outcome.direction = -1;
-    } else {
-      outcome.direction = analysis::transientDifference(
-          values.get(), instance.sigIndex1, instance.sigIndex2, settings,
-          analysis::traitsOf(instance, instance.orientation), ref, timeRange, scratch,
-          outcome.data);
-    }
+  if (analysis::printsWhileReading(values.get())) {
+    // Reading such values writes to standard output: keep the netlist's order.
+    measureRun(0, outcomes.size());
+  } else {
+    support::ThreadPool::shared().parallelFor(outcomes.size(), kInstancesPerPiece, measureRun);
   }
 
   int failed = 0;

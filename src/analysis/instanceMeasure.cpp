@@ -67,7 +67,8 @@ Samples samplesOf(const simdata::DataVector* vector, std::vector<double>& scratc
   const std::span<const double> view = vector->doubles();
   if (length > 0 && vector->elementType() == simdata::kFloat64 &&
       view.size() == static_cast<size_t>(length)) {
-    const bool hasNaN = std::any_of(view.begin(), view.end(), [](double v) { return v != v; });
+    const bool hasNaN = vector->mayHoldNaN() &&
+                        std::any_of(view.begin(), view.end(), [](double v) { return v != v; });
     if (!hasNaN) {
       return Samples(view);
     }
@@ -82,6 +83,34 @@ Samples samplesOf(const simdata::DataVector* vector, std::vector<double>& scratc
     scratch[i] = simdata::getDataVectorAt(vector, i);
   }
   return Samples(scratch);
+}
+
+bool printsWhileReading(const simdata::ValueArray* values) {
+  if (values == nullptr) {
+    return false;
+  }
+  auto unknownType = [](const simdata::DataVector* vector) {
+    if (vector == nullptr) {
+      return false;
+    }
+    switch (vector->elementType()) {
+      case 0: case 1: case 2: case 3: case 4: case 5: case 6: case 7: case 9: case 12:
+        return false;
+      default:
+        return true;
+    }
+  };
+  auto unknownVectors = [&](const simdata::Value* value) {
+    return value != nullptr && value->kind() == simdata::kDataVectorValue &&
+           (unknownType(value->xVector()) || unknownType(value->yVector()));
+  };
+  for (int i = 0; i < values->count(); ++i) {
+    // The value itself for a DC point, its innermost waveform for a transient.
+    if (unknownVectors(values->at(i)) || unknownVectors(simdata::getWaveform(values->at(i)))) {
+      return true;
+    }
+  }
+  return false;
 }
 
 InstanceTraits traitsOf(const zeInstance& instance, int orientation) {

@@ -32,6 +32,11 @@ Samples samplesOf(const simdata::DataVector* vector, std::vector<double>& scratc
 /// The sample index range [start, stop] of a waveform for the run's time window.
 using TimeRangeLookup = std::function<void(const simdata::Value* waveform, int& start, int& stop)>;
 
+/// Whether reading the values of a batch writes to standard output (a data vector of an
+/// unknown element type is reported on every element read); such a batch is measured in
+/// netlist order on one thread so that the output stays the same.
+bool printsWhileReading(const simdata::ValueArray* values);
+
 /// The statistics inputs of an instance, with the orientation to use.
 InstanceTraits traitsOf(const zeInstance& instance, int orientation);
 

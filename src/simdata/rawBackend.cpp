@@ -1,5 +1,7 @@
 #include "simdata/rawBackend.h"
 
+#include "simdata/columnStore.h"
+
 #include <algorithm>
 #include <cctype>
 #include <cmath>
@@ -98,8 +100,13 @@ const char* unitsOfType(const std::string& type) {
 class RawVector : public DataVector {
  public:
   RawVector(std::string name, const char* units, int type, std::shared_ptr<const void> owner,
-            std::span<const double> view)
-      : name_(std::move(name)), units_(units), type_(type), owner_(std::move(owner)), view_(view) {}
+            std::span<const double> view, bool mayHoldNaN = true)
+      : name_(std::move(name)),
+        units_(units),
+        type_(type),
+        owner_(std::move(owner)),
+        view_(view),
+        mayHoldNaN_(mayHoldNaN) {}
 
   int length() const override { return static_cast<int>(view_.size()); }
   const char* name() const override { return name_.c_str(); }
@@ -126,6 +133,7 @@ class RawVector : public DataVector {
   std::span<const double> doubles() const override {
     return type_ == kFloat64 ? view_ : std::span<const double>();
   }
+  bool mayHoldNaN() const override { return mayHoldNaN_; }
   /// The values whatever the type code (real parts of complex data).
   std::span<const double> view() const { return view_; }
 
@@ -135,6 +143,7 @@ class RawVector : public DataVector {
   int type_;
   std::shared_ptr<const void> owner_;
   std::span<const double> view_;
+  bool mayHoldNaN_;
 };
 
 /// Texts every value of a dataset shares.
@@ -220,7 +229,7 @@ class RawDataset : public Dataset {
       return nullptr;
     }
     std::vector<std::unique_ptr<Value>> values = readColumns({static_cast<int>(signal->id)});
-    return std::move(values.front());
+    return values.empty() ? nullptr : std::move(values.front());
   }
 
   std::unique_ptr<ValueArray> read(const SignalArray& signals) override {
@@ -228,12 +237,18 @@ class RawDataset : public Dataset {
     for (int i = 0; i < signals.count(); ++i) {
       columns[static_cast<size_t>(i)] = columnOf(signals.at(i));
     }
+    std::vector<std::unique_ptr<Value>> values = readColumns(columns);
+    if (values.size() != columns.size()) {
+      return nullptr;  // the last error says why
+    }
     auto array = std::make_unique<ValueArray>();
-    for (auto& value : readColumns(columns)) {
+    for (auto& value : values) {
       array->add(std::move(value));
     }
     return array;
   }
+
+  void expectBulkReads(int count) override { storeWanted_ = storeWanted_ || count > 1; }
 
   const Sweep* sweep() const override {
     if (!hasAxis_) {
@@ -261,6 +276,7 @@ class RawDataset : public Dataset {
   struct Column {
     std::shared_ptr<const void> owner;
     std::span<const double> view;
+    bool mayHoldNaN = true;
   };
 
   /// An array for gathered values, not zero-filled first: the gather writes every element.
@@ -290,7 +306,8 @@ class RawDataset : public Dataset {
   std::shared_ptr<const RawVector> makeVector(int column, Column data) const {
     const raw::Variable& variable = plot_.variables[static_cast<size_t>(column)];
     return std::make_shared<const RawVector>(variable.name, unitsOfType(variable.type),
-                                             elementType_, std::move(data.owner), data.view);
+                                             elementType_, std::move(data.owner), data.view,
+                                             data.mayHoldNaN);
   }
 
   /// Text data is already decoded: a column is a view into it.
@@ -301,11 +318,38 @@ class RawDataset : public Dataset {
                       plot_.decoded->data() + static_cast<size_t>(column) * points, points)};
   }
 
+  /// The column store of a binary plot that is read in several batches: built at the
+  /// first bulk read after such reads were announced. Null when not wanted or when it cannot
+  /// be built (the records are then gathered batch by batch).
+  const raw::ColumnStore* columnStore() const {
+    if (!store_ && storeWanted_ && !storeFailed_ && plot_.layout == raw::DataLayout::kBinary &&
+        plot_.points > 0) {
+      raw::RecordLayout records;
+      records.base = file_->bytes().data() + plot_.dataOffset;
+      records.points = static_cast<size_t>(plot_.points);
+      records.columns = static_cast<size_t>(plot_.variableCount());
+      records.recordBytes = plot_.recordBytes;
+      records.valueBytes = plot_.valueBytes();
+      std::string error;
+      store_ = raw::ColumnStore::build(records, raw::columnStoreSettings(), error);
+      storeFailed_ = !store_;
+    }
+    return store_.get();
+  }
+
+  /// A column of the store in memory, viewed in place.
+  Column storedColumn(int column) const {
+    return Column{store_, store_->view(static_cast<size_t>(column)),
+                  store_->holdsNaN(static_cast<size_t>(column))};
+  }
+
   /// The scale (variable 0), read once and shared by every value of the dataset.
   const std::shared_ptr<const RawVector>& scaleVector() const {
     if (!scale_) {
       if (plot_.layout == raw::DataLayout::kAscii) {
         scale_ = makeVector(0, decodedColumn(0));
+      } else if (store_ && store_->inMemory()) {
+        scale_ = makeVector(0, storedColumn(0));
       } else {
         const Buffer buffer = newBuffer();
         const int column = 0;
@@ -317,6 +361,8 @@ class RawDataset : public Dataset {
     return scale_;
   }
 
+  /// One value per column (null for a column of -1); empty, with the last error set, when
+  /// the data cannot be read.
   std::vector<std::unique_ptr<Value>> readColumns(const std::vector<int>& columns) const {
     std::vector<std::unique_ptr<Value>> values(columns.size());
     const auto& variables = plot_.variables;
@@ -330,10 +376,17 @@ class RawDataset : public Dataset {
       return values;
     }
     std::map<int, std::shared_ptr<const RawVector>> vectors;
+    const raw::ColumnStore* store = plot_.layout == raw::DataLayout::kBinary ? columnStore() : nullptr;
     if (plot_.layout == raw::DataLayout::kAscii) {
       for (int column : columns) {
         if (column > 0 && !vectors.count(column)) {
           vectors[column] = makeVector(column, decodedColumn(column));
+        }
+      }
+    } else if (store != nullptr && store->inMemory()) {
+      for (int column : columns) {
+        if (column > 0 && !vectors.count(column)) {
+          vectors[column] = makeVector(column, storedColumn(column));
         }
       }
     } else {
@@ -357,7 +410,15 @@ class RawDataset : public Dataset {
         buffers[k] = newBuffer();
         outputs[k] = buffers[k].data.get();
       }
-      file_->gather(plot_, wanted, outputs);
+      if (store != nullptr) {
+        std::string error;
+        if (!store->read(wanted, outputs, error)) {
+          setLastError(raw::kRawErrorCode, file_->path() + ": " + error);
+          return {};
+        }
+      } else {
+        file_->gather(plot_, wanted, outputs);
+      }
       for (size_t k = 0; k < wanted.size(); ++k) {
         auto vector = makeVector(wanted[k], buffers[k].column());
         if (wanted[k] == 0) {
@@ -388,6 +449,9 @@ class RawDataset : public Dataset {
   std::shared_ptr<const ValueLabels> labels_;
   SignalList signals_;
   mutable std::shared_ptr<const RawVector> scale_;
+  bool storeWanted_ = false;
+  mutable bool storeFailed_ = false;
+  mutable std::shared_ptr<const raw::ColumnStore> store_;
   mutable std::optional<Sweep> sweep_;
 };
 

@@ -72,6 +72,8 @@ class RawFile {
 
   const std::string& path() const { return path_; }
   const std::vector<Plot>& plots() const { return plots_; }
+  /// The mapped bytes of the whole file.
+  std::string_view bytes() const { return map_.view(); }
 
   /// The real part of variable `v` at point `p` of a plot of this file (0.0 out of range).
   double valueAt(const Plot& plot, int v, int p) const;

@@ -86,6 +86,7 @@ std::string foldCase(std::string_view text) {
 void SignalList::add(Signal signal) {
   signals_.push_back(std::move(signal));
   indexed_ = false;
+  foldedIndexed_ = false;
 }
 
 const Signal* SignalList::at(int i) const {
@@ -97,15 +98,23 @@ const Signal* SignalList::at(int i) const {
 
 void SignalList::buildIndex() const {
   exact_.clear();
-  folded_.clear();
+  exact_.reserve(signals_.size() * 2);
   // The first signal holding a name wins, for either of its names.
   for (int i = 0; i < count(); ++i) {
     exact_.emplace(signals_[i].name1, i);
     exact_.emplace(signals_[i].name2, i);
+  }
+  indexed_ = true;
+}
+
+void SignalList::buildFoldedIndex() const {
+  folded_.clear();
+  folded_.reserve(signals_.size() * 2);
+  for (int i = 0; i < count(); ++i) {
     folded_.emplace(foldCase(signals_[i].name1), i);
     folded_.emplace(foldCase(signals_[i].name2), i);
   }
-  indexed_ = true;
+  foldedIndexed_ = true;
 }
 
 const Signal* SignalList::find(std::string_view name) const {
@@ -114,6 +123,9 @@ const Signal* SignalList::find(std::string_view name) const {
   }
   if (auto it = exact_.find(name); it != exact_.end()) {
     return &signals_[it->second];
+  }
+  if (!foldedIndexed_) {
+    buildFoldedIndex();
   }
   if (auto it = folded_.find(foldCase(name)); it != folded_.end()) {
     return &signals_[it->second];

@@ -10,6 +10,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 namespace simdata {
@@ -39,6 +40,9 @@ class DataVector {
   /// The elements as contiguous doubles when the type is 64-bit float, else empty. Kernels
   /// run over this instead of one virtual call per sample.
   virtual std::span<const double> doubles() const { return {}; }
+  /// False when the backend knows that no element is NaN, so that a reader of doubles()
+  /// need not look for NaN (which reads as 0.0) itself.
+  virtual bool mayHoldNaN() const { return true; }
 };
 
 /// Reads any element as a double: NaN floats become 0.0, "other kinds" read as 0.0, and
@@ -83,6 +87,19 @@ struct Signal {
 /// The signals of a dataset, with lookup by either name (exact, then case-insensitive).
 class SignalList {
  public:
+  SignalList() = default;
+  /// A copy builds its own index (the index views the names of the list it belongs to).
+  SignalList(const SignalList& other) : signals_(other.signals_) {}
+  SignalList& operator=(const SignalList& other) {
+    if (this != &other) {
+      signals_ = other.signals_;
+      indexed_ = false;
+      foldedIndexed_ = false;
+    }
+    return *this;
+  }
+  SignalList(SignalList&&) = default;
+  SignalList& operator=(SignalList&&) = default;
   void add(Signal signal);
   int count() const { return static_cast<int>(signals_.size()); }
   const Signal* at(int i) const;
@@ -90,10 +107,14 @@ class SignalList {
 
  private:
   void buildIndex() const;
+  void buildFoldedIndex() const;
   std::vector<Signal> signals_;
-  mutable std::map<std::string, int, std::less<>> exact_;
-  mutable std::map<std::string, int, std::less<>> folded_;
+  /// Name to position, built on the first lookup; the exact keys view the signals' names.
+  mutable std::unordered_map<std::string_view, int> exact_;
+  /// Lower-cased name to position, built on the first lookup that is not exact.
+  mutable std::unordered_map<std::string, int> folded_;
   mutable bool indexed_ = false;
+  mutable bool foldedIndexed_ = false;
 };
 
 /// A caller-built set of signals to read together.
@@ -165,6 +186,10 @@ class Dataset {
   virtual const Sweep* sweep() const = 0;
   /// Lets the dataset prepare for a run of bulk reads.
   virtual void prepare() {}
+  /// Tells the dataset how many bulk reads of many signals are about to come, so that it can
+  /// choose how to serve them (data stored point by point is worth transposing once when
+  /// it is read in several batches).
+  virtual void expectBulkReads(int count) { static_cast<void>(count); }
   /// Looks a signal up by either of its names.
   const Signal* findSignal(std::string_view name);
 };
