@@ -7,6 +7,7 @@
 #include <iosfwd>
 #include <map>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_set>
@@ -19,6 +20,7 @@
 #include "pgnet/nodeIndex.h"
 #include "pgnet/nodeSet.h"
 #include "pgnet/powerGrid.h"
+#include "pgnet/powerGridInput.h"
 #include "pgnet/segment.h"
 
 namespace pgnet {
@@ -49,6 +51,8 @@ struct TextHash {
 }  // namespace detail
 
 }  // namespace pgnet
+
+class kraDBNetwork;
 
 class zeNetwork {
  public:
@@ -127,6 +131,33 @@ class zeNetwork {
   void filterSegmentsWithJogOrBranch();
   /// For each segment i: "\n\n\nSegment : i\n" and the segment's dump.
   void dump(std::ostream& out) const;
+
+  // --- current directions and power grids (powerGridAnalysis.cpp) ---
+  /// Takes cadGrid and, without a database network, the currents from the session data;
+  /// finds and filters the metal segments and looks for power grids on the straight strips of
+  /// each layer in ascending name order. False for null session data.
+  bool processPG(const pgnet::PGSessionData* session, const kraDBNetwork* dbNetwork);
+  /// For each database node in list order that names a node of the network: its direction
+  /// and, when it has a record, the absolute value of the record's average current.
+  void copyCurrentDirectionData(const kraDBNetwork& dbNetwork);
+  /// For each instance in order that names a node: its direction and its current as it is.
+  void copyCurrentDirectionData(std::span<const pgnet::InstanceCurrent> instances);
+  /// Walk, in/out directions and both strip searches for each segment of the layer.
+  void pgProcessMetalSegment(std::string_view layer);
+  /// Builds `walk` for a segment: a leaf pair, its opposite, then next pairs to the far end.
+  void populateNodeStack(const kraSegment* segment);
+  void evalViaCurrentInOutDir();
+  void evalMetalCurrentInOutDir();
+  /// Exactly one via on the net, a terminal via whose inOutDir is `dir`.
+  bool pgCheckTerminalVias(const kraEdge* edge, kraCurrDirType dir) const;
+  /// Every via of the net (none included) has inOutDir `dir`.
+  bool pgIsValidNonTerminalVias(const kraEdge* edge, kraCurrDirType dir) const;
+  /// The nodes of walk entries i1 and i2 have non-zero, mutually opposite inOutDir.
+  bool pgIsValidI1I2CurrDir(size_t i1, size_t i2) const;
+  /// Finds the runs between terminal vias of direction `dir` (5 or 6) along the walk.
+  void pgProcessStrip(kraCurrDirType dir);
+  /// Adds the power grid of walk entries i1..i2; false when an end carries no current.
+  bool addPowerGrid(size_t i1, size_t i2, kraCurrDirType dir);
 
   // --- files ---
   /// One node per line, then calculateLengths. False, with errorMessage set, at the first line

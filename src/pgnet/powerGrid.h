@@ -13,4 +13,8 @@ class kraPowerGrid {
   double lv2v = 0.0;
   /// The metal nodes of the run and the vias listed with them, in walk order.
   std::vector<kraNode*> nodes;
+
+  /// lv2v from the two end vias: the y distance on a common x, the x distance on a common
+  /// y, else the straight distance; unchanged when either via is missing.
+  void setLv2v(const kraNode* startVia, const kraNode* endVia);
 };

@@ -1,0 +1,389 @@
+// The database-side network: reading the EM command's network input, attaching records,
+// net mapping and current directions, and the EM listing.
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "pgnet/dbNetwork.h"
+
+namespace {
+
+std::string dumpNodes(const kraDBNetwork& network) {
+  std::string text;
+  for (size_t i = 0; i < network.size(); ++i) {
+    const kraDBNode& n = network[i];
+    text += std::string(n.name) + "|" + (n.flagged ? "F" : "-") + "|" + std::string(n.net1) +
+            "|" + std::string(n.net2) + "|" + std::to_string(n.type) + "|" +
+            std::to_string(n.reversible) + ";";
+  }
+  return text;
+}
+
+TEST(DBNetworkInput, Reading) {
+  const std::string longName(kraDBNetwork::kMaxWordBytes + 1, 'r');
+  const struct {
+    const char* what;
+    std::string input;
+    DBNetworkColumns columns;
+    bool complete;
+    const char* nodes;
+    const char* error;
+  } cases[] = {
+      {"names only", "R1 0\nR2 1\n", DBNetworkColumns::kNamesOnly, true,
+       "R1|-|||-1|0;R2|F|||-1|0;", ""},
+      {"with nets, no last line feed", "R1 0 a b 0 0\n\t R2  7 b c 1 -1",
+       DBNetworkColumns::kWithNets, true, "R1|-|a|b|0|0;R2|F|b|c|1|-1;", ""},
+      {"words, not lines", "R1\n\n0 R2\n-0", DBNetworkColumns::kNamesOnly, true,
+       "R1|-|||-1|0;R2|-|||-1|0;", ""},
+      {"signed flags", "R1 +3 R2 -2147483648", DBNetworkColumns::kNamesOnly, true,
+       "R1|F|||-1|0;R2|F|||-1|0;", ""},
+      {"empty", "", DBNetworkColumns::kWithNets, true, "", ""},
+      {"blank", " \n\t\r\n", DBNetworkColumns::kNamesOnly, true, "", ""},
+      {"a flag that is not a number", "R1 0\nR2 x\nR3 0\n", DBNetworkColumns::kNamesOnly,
+       false, "R1|-|||-1|0;", "line 2: the flag 'x' of node 'R2' is not a whole number"},
+      {"a fraction", "R1 1.5\n", DBNetworkColumns::kNamesOnly, false, "",
+       "line 1: the flag '1.5' of node 'R1' is not a whole number"},
+      {"out of range", "R1 0\n\nR2 2147483648\n", DBNetworkColumns::kNamesOnly, false,
+       "R1|-|||-1|0;", "line 3: the flag '2147483648' of node 'R2' is not a whole number"},
+      {"two signs", "R1 +-1\n", DBNetworkColumns::kNamesOnly, false, "",
+       "line 1: the flag '+-1' of node 'R1' is not a whole number"},
+      {"a name without its flag", "R1 0\nR2\n", DBNetworkColumns::kNamesOnly, false,
+       "R1|-|||-1|0;", "line 3: the input ends before the flag of node 'R2'"},
+      {"a node cut short", "R1 0 a b 0 0\nR2 0 a", DBNetworkColumns::kWithNets, false,
+       "R1|-|a|b|0|0;", "line 2: the input ends before the second net of node 'R2'"},
+      {"a bad type", "R1 0 a b t 0", DBNetworkColumns::kWithNets, false, "",
+       "line 1: the type 't' of node 'R1' is not a whole number"},
+      {"a bad reversible flag", "R1 0 a b 0\n1e0", DBNetworkColumns::kWithNets, false, "",
+       "line 2: the reversible flag '1e0' of node 'R1' is not a whole number"},
+      {"a name too long", "R1 0 " + longName + " 0", DBNetworkColumns::kNamesOnly, false,
+       "R1|-|||-1|0;", "line 1: a name is longer than 1048576 bytes"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    kraDBNetwork network;
+    std::istringstream in(c.input);
+    EXPECT_EQ(network.loadData(in, c.columns), c.complete);
+    EXPECT_EQ(dumpNodes(network), c.nodes);
+    EXPECT_EQ(network.errorMessage, c.error);
+    EXPECT_EQ(network.hasFlaggedNodes, std::string(c.nodes).find("|F|") != std::string::npos);
+  }
+}
+
+TEST(DBNetworkInput, ZeroBytesAndGarbageAreWordsLikeAnyOther) {
+  std::string input("R\0x 0\n", 6);
+  input += "\x01\xff 1\n";
+  kraDBNetwork network;
+  std::istringstream in(input);
+  ASSERT_TRUE(network.loadData(in, DBNetworkColumns::kNamesOnly));
+  ASSERT_EQ(network.size(), 2u);
+  EXPECT_EQ(network[0].name, std::string_view("R\0x", 3));
+  EXPECT_EQ(network[1].name, "\x01\xff");
+}
+
+TEST(DBNetworkInput, HierarchyAndResistorPrefixes) {
+  const struct {
+    const char* text;
+    const char* expected;
+  } cases[] = {{"##nil##", ""},       {"top", "top."},         {"top.", "top."},
+               {"/top/sub", "top.sub."}, {"..a", ".a."},        {"top/sub/", "top.sub."},
+               {"/", "."},             {"##NIL##", "##NIL##."}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.text);
+    EXPECT_EQ(pgnet::normaliseHierarchyPrefix(c.text), c.expected);
+  }
+  EXPECT_EQ(pgnet::normaliseResistorPrefix("p"), ".p");
+  EXPECT_EQ(pgnet::normaliseResistorPrefix(""), "");
+}
+
+kraDB::EMRecord record(double avg, int64_t term1, int64_t term2) {
+  kraDB::EMRecord r;
+  r.avg = avg;
+  r.term1 = term1;
+  r.term2 = term2;
+  return r;
+}
+
+TEST(DBNetworkDirections, NetMappingAndDirection) {
+  // A chain of resistors a-b-c-d whose records number the nodes 1..4, with R2 written the
+  // other way round (its net1 is c, which the records call 3, its record's second node).
+  kraDB::EMRecord r1 = record(1.0, 1, 2);
+  kraDB::EMRecord r2 = record(1.0, 2, 3);
+  kraDB::EMRecord r3 = record(-1.0, 3, 4);
+  kraDB::EMRecord r4 = record(-1.0, 4, 3);
+  kraDBNetwork network;
+  network.addNode("R1", 0, "a", "b", 0, 0).record = &r1;
+  network.addNode("R2", 0, "c", "b", 0, 0).record = &r2;
+  network.addNode("R3", 0, "c", "d", 0, 0).record = &r3;
+  // R4 parallels R3 with its record numbered the other way: same nets, swapped numbers.
+  network.addNode("R4", 0, "c", "d", 0, 0).record = &r4;
+  // Without a record: never mapped, direction unknown.
+  network.addNode("R5", 0, "d", "e", 0, 0);
+  // Name-only: no nets to try.
+  kraDB::EMRecord r6 = record(-1.0, 1, 2);
+  network.addNode("R6", 0).record = &r6;
+  network.evalCurrDir();
+  const struct {
+    const char* name;
+    bool swapped;
+    bool n1toN2;
+    int currDir;
+  } expected[] = {
+      // R1: net1 a touches no other resistor; net2 b meets R2, which uses number 2 too.
+      {"R1", false, true, 1},
+      // R2: net1 c and its first number 2 share no resistor; c and 3 share R3 and R4.
+      {"R2", true, false, 0},
+      // R3: c with 3 (R2, R4) decides: not swapped; the negative current flows d to c.
+      {"R3", false, false, 0},
+      // R4: c with its first number 4 shares R3 (on c, using 4): not swapped either,
+      // although R4's record is numbered the other way round from R3's.
+      {"R4", false, false, 0},
+      {"R5", false, true, -1},
+      {"R6", false, false, 0},
+  };
+  for (size_t i = 0; i < std::size(expected); ++i) {
+    SCOPED_TRACE(expected[i].name);
+    EXPECT_EQ(network[i].swapped, expected[i].swapped);
+    EXPECT_EQ(network[i].isN1toN2(), expected[i].n1toN2);
+    EXPECT_EQ(network[i].currDir, expected[i].currDir);
+  }
+  EXPECT_EQ(network.nodesOnNet("c").size(), 3u);
+  EXPECT_TRUE(network.nodesOnNet("zz").empty());
+  EXPECT_EQ(std::vector<uint32_t>(network.nodesUsingNumber(3).begin(),
+                                  network.nodesUsingNumber(3).end()),
+            (std::vector<uint32_t>{1, 2, 3}));
+}
+
+TEST(DBNetworkDirections, PairingOrder) {
+  // Node 0 on nets x, y with numbers 10, 20. Helper nodes put one other resistor on a net and
+  // a number; each row says which pairings hold and what node 0 ends up with.
+  const struct {
+    const char* what;
+    bool net1First, net1Second, net2Second, net2First;
+    bool swapped;
+  } cases[] = {
+      {"none", false, false, false, false, false},
+      {"net1 with the first node", true, false, false, false, false},
+      {"net1 with the second node", false, true, false, false, true},
+      {"net2 with the second node", false, false, true, false, false},
+      {"net2 with the first node", false, false, false, true, true},
+      {"net1 before net2", false, true, true, false, true},
+      {"same-numbered node first", true, true, false, false, false},
+      {"net2 with the same-numbered node first", false, false, true, true, false},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    kraDB::EMRecord own = record(1.0, 10, 20);
+    std::vector<kraDB::EMRecord> helpers;
+    helpers.reserve(4);
+    kraDBNetwork network;
+    network.addNode("R0", 0, "x", "y", 0, 0).record = &own;
+    auto helper = [&](const char* net, int64_t number) {
+      helpers.push_back(record(1.0, number, 1000 + static_cast<int64_t>(helpers.size())));
+      network.addNode("H", 0, net, "elsewhere" + std::to_string(helpers.size()), 0, 0).record =
+          &helpers.back();
+    };
+    if (c.net1First) helper("x", 10);
+    if (c.net1Second) helper("x", 20);
+    if (c.net2Second) helper("y", 20);
+    if (c.net2First) helper("y", 10);
+    network.evalCurrDir();
+    EXPECT_EQ(network[0].swapped, c.swapped);
+  }
+}
+
+TEST(DBNetworkDirections, NegativeNumbersAndEmptyNetsAreNotTried) {
+  {
+    // R0 and R1 share net x and number -1: tried, x with R0's second number would swap it.
+    kraDB::EMRecord r0 = record(1.0, 5, -1);
+    kraDB::EMRecord r1 = record(1.0, 7, -1);
+    kraDBNetwork network;
+    network.addNode("R0", 0, "x", "y", 0, 0).record = &r0;
+    network.addNode("R1", 0, "x", "q", 0, 0).record = &r1;
+    network.evalCurrDir();
+    EXPECT_FALSE(network[0].swapped);
+    EXPECT_FALSE(network[1].swapped);
+  }
+  {
+    // R0 and R1 both have an empty net1 and share number 5: tried, the empty net with R0's
+    // second number would swap it. Its net2 x with 5 (R2 is on x and uses 5) decides instead.
+    kraDB::EMRecord r0 = record(1.0, 9, 5);
+    kraDB::EMRecord r1 = record(1.0, 11, 5);
+    kraDB::EMRecord r2 = record(1.0, 5, 13);
+    kraDBNetwork network;
+    network.addNode("R0", 0, "", "x", 0, 0).record = &r0;
+    network.addNode("R1", 0, "", "z", 0, 0).record = &r1;
+    network.addNode("R2", 0, "x", "w", 0, 0).record = &r2;
+    network.evalCurrDir();
+    EXPECT_FALSE(network[0].swapped);
+    EXPECT_TRUE(network.nodesOnNet("").empty());
+  }
+}
+
+TEST(DBNetworkDirections, ReversibleNodes) {
+  const struct {
+    int reversible;
+    int type;
+    double avg;
+    int before;
+    int expected;
+  } cases[] = {
+      {0, 0, 1.0, -1, 1},  {0, 0, -1.0, -1, 0}, {0, 1, 1.0, -1, 1},  {1, -1, 1.0, -1, -1},
+      {1, -1, -1.0, 0, 0}, {1, 1, 1.0, -1, 0},  {1, 1, -1.0, -1, 1}, {1, 2, 1.0, -1, 1},
+      {5, 0, -1.0, -1, 0}, {0, 0, -0.0, -1, 1},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.reversible << " " << c.type << " " << c.avg);
+    kraDB::EMRecord r = record(c.avg, 1, 2);
+    kraDBNode node;
+    node.reversible = c.reversible;
+    node.type = c.type;
+    node.currDir = c.before;
+    node.evalCurrDir();
+    EXPECT_EQ(node.currDir, c.before);
+    node.record = &r;
+    node.evalCurrDir();
+    EXPECT_EQ(node.currDir, c.expected);
+  }
+}
+
+TEST(DBNetworkDirections, IsMatching) {
+  const std::vector<uint32_t> a = {1, 4, 9};
+  const std::vector<uint32_t> b = {2, 4, 8, 16, 32};
+  const std::vector<uint32_t> none;
+  EXPECT_TRUE(kraDBNetwork::isMatching(1, a, b));
+  EXPECT_FALSE(kraDBNetwork::isMatching(4, a, b));
+  EXPECT_TRUE(kraDBNetwork::isMatching(4, a, std::vector<uint32_t>{4, 9}));
+  EXPECT_FALSE(kraDBNetwork::isMatching(0, a, none));
+  EXPECT_FALSE(kraDBNetwork::isMatching(0, none, b));
+}
+
+kraDB::kraDBEMNode emRecord(const std::string& name, double avg) {
+  kraDB::kraDBEMNode r;
+  r.name = name;
+  r.avg = avg;
+  return r;
+}
+
+TEST(DBNetworkRecords, AttachmentSteps) {
+  kraDB::EMRecordTable table;
+  for (const char* name : {"top.R1", "top.R2.p", "top.x1.Ra", "top.x1.Rb", "chip.top.x2.R9",
+                           "R7", "a.R8.b", "z.R8"}) {
+    table.add(emRecord(name, 1));
+  }
+  table.finish();
+  kraDBNetwork network;
+  network.addNode("R1", 0);   // by name under the hierarchy
+  network.addNode("R2", 0);   // by name + resistor prefix
+  network.addNode("x1", 1);   // flagged: first record under top.x1.
+  network.addNode("x2", 1);   // flagged: no top.x2., first record containing .top.x2.
+  network.addNode("top", 1);  // flagged: neither top.top. nor .top.top.
+  network.addNode("R8", 0);   // dotted part: the last record with part R8
+  network.addNode("R7", 0);   // dotted part: the whole name is one part
+  network.addNode("Rz", 0);   // nothing
+  const std::vector<uint32_t> order = network.sortedByName();
+  const AttachCounts counts = network.attachRecords(table, "top.", ".p", order);
+  auto recordName = [&](size_t i) {
+    return network[i].record == nullptr ? std::string("-") : std::string(network[i].record->name);
+  };
+  EXPECT_EQ(recordName(0), "top.R1");
+  EXPECT_EQ(recordName(1), "top.R2.p");
+  EXPECT_EQ(recordName(2), "top.x1.Ra");
+  EXPECT_EQ(recordName(3), "chip.top.x2.R9");
+  EXPECT_EQ(recordName(4), "-");
+  EXPECT_EQ(recordName(5), "z.R8");
+  EXPECT_EQ(recordName(6), "R7");
+  EXPECT_EQ(recordName(7), "-");
+  EXPECT_EQ(counts.byName, 1u);
+  EXPECT_EQ(counts.byResistorPrefix, 1u);
+  EXPECT_EQ(counts.byPrefix, 1u);
+  EXPECT_EQ(counts.bySubstring, 1u);
+  EXPECT_EQ(counts.byPart, 2u);
+  EXPECT_EQ(counts.without, 2u);
+
+  // Without a hierarchy prefix: as every unflagged node is found by name, dotted parts are
+  // never looked at.
+  kraDBNetwork plain;
+  plain.addNode("x2", 1);
+  plain.addNode("R7", 0);
+  plain.addNode("top.R1", 0);
+  const std::vector<uint32_t> plainOrder = plain.sortedByName();
+  const AttachCounts plainCounts = plain.attachRecords(table, "", "", plainOrder);
+  EXPECT_EQ(plain[0].record->name, "chip.top.x2.R9");
+  EXPECT_EQ(plain[1].record->name, "R7");
+  EXPECT_EQ(plain[2].record->name, "top.R1");
+  EXPECT_EQ(plainCounts.bySubstring, 1u);
+  EXPECT_EQ(plainCounts.byPart, 0u);
+
+  // A node that already holds a record keeps it; flagged nodes never use dotted parts (R7 is
+  // a part of the record R7, but neither R7. nor .R7. is in any name).
+  kraDBNetwork kept;
+  kraDB::EMRecord own;
+  own.name = "own";
+  kept.addNode("R1", 0).record = &own;
+  kept.addNode("Rz", 0);
+  kept.addNode("R7", 1);
+  const std::vector<uint32_t> keptOrder = kept.sortedByName();
+  kept.attachRecords(table, "", "", keptOrder);
+  EXPECT_EQ(kept[0].record->name, "own");
+  EXPECT_EQ(kept[1].record, nullptr);
+  EXPECT_EQ(kept[2].record, nullptr);
+}
+
+TEST(DBNetworkRecords, SortedByNameKeepsListOrderForEqualNames) {
+  kraDBNetwork network;
+  for (const char* name : {"b", "a", "B", "b", "a.x", "a"}) {
+    network.addNode(name, 0);
+  }
+  EXPECT_EQ(network.sortedByName(), (std::vector<uint32_t>{2, 1, 5, 4, 0, 3}));
+}
+
+std::string readAll(std::FILE* file) {
+  std::rewind(file);
+  std::string text;
+  char buffer[256];
+  size_t got;
+  while ((got = std::fread(buffer, 1, sizeof buffer, file)) > 0) {
+    text.append(buffer, got);
+  }
+  return text;
+}
+
+TEST(DBNetworkRecords, Listing) {
+  kraDB::EMRecord a;
+  a.peak = -0.002;
+  a.avg = -0.00125;
+  a.rms = 0.0015;
+  a.tpeak = 3e-9;
+  a.avgPos = 0.0005;
+  kraDB::EMRecord b;
+  b.peak = 1234567;
+  b.avg = 100000;
+  b.rms = 1e-300;
+  b.tpeak = 0;
+  b.avgPos = -2;
+  kraDBNetwork network;
+  network.addNode("Rb", 0).record = &b;
+  network.addNode("none", 0);
+  kraDBNode& first = network.addNode(std::string_view("Ra\0hidden", 9), 0);
+  first.record = &a;
+  first.currDir = 1;
+  const std::vector<uint32_t> order = network.sortedByName();
+  std::FILE* out = std::tmpfile();
+  std::FILE* mesh = std::tmpfile();
+  ASSERT_NE(out, nullptr);
+  ASSERT_NE(mesh, nullptr);
+  EXPECT_EQ(pgnet::writeEMListing(network, order, out, mesh), 2u);
+  // |avgPos - avg| = 0.0005 + 0.00125 for Ra, |-2 - 100000| for Rb.
+  EXPECT_EQ(readAll(out),
+            "Ra  0.002  0.00125  0.0015  3e-09 0.0005 0.00175 1\n"
+            "Rb  1.23457e+06  100000  1e-300  0 2 100002 -1\n");
+  EXPECT_EQ(readAll(mesh), "-0.002 -0.00125\n1.23457e+06 100000\n");
+  std::fclose(out);
+  std::fclose(mesh);
+}
+
+}  // namespace
