@@ -1,5 +1,6 @@
 #include <memory>
 
+#include "simdata/psfBackend.h"
 #include "simdata/rawBackend.h"
 #include "simdata/resultsReader.h"
 
@@ -12,6 +13,7 @@ bool initialise() {
   }
   done = true;
   registerBackend(std::make_unique<RawBackend>());
+  registerBackend(std::make_unique<PsfBackend>());
   return true;
 }
 

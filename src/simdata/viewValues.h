@@ -1,0 +1,97 @@
+#pragma once
+// Values and data vectors that view memory a backend keeps (decoded text, gathered columns, a
+// mapped file) instead of copying it. A vector holds a shared owner of that memory, so a value
+// stays valid after its dataset has moved on to other batches. Used by the file backends.
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "simdata/resultsReader.h"
+
+namespace simdata {
+
+/// A data vector over doubles or 32-bit floats held by `owner`. The type code is the one the
+/// reader reports: kFloat64 or kFloat32 for the matching storage, or an "other kind" (complex
+/// data viewed through its real parts), which getDataVectorAt reads as 0.0.
+class ViewVector : public DataVector {
+ public:
+  ViewVector(std::string name, std::string units, int type, std::shared_ptr<const void> owner,
+             std::span<const double> values);
+  ViewVector(std::string name, std::string units, std::shared_ptr<const void> owner,
+             std::span<const float> values);
+
+  int length() const override;
+  const char* name() const override { return name_.c_str(); }
+  const char* baseUnits() const override { return units_.c_str(); }
+  int elementType() const override { return type_; }
+  double doubleAt(int i) const override;
+  float floatAt(int i) const override;
+  int32_t intAt(int i) const override;
+  int8_t int8At(int i) const override;
+  std::span<const double> doubles() const override;
+
+  /// The elements `first` .. `first + count - 1` as a vector of their own (same owner).
+  std::shared_ptr<const ViewVector> slice(size_t first, size_t count) const;
+
+ private:
+  std::string name_;
+  std::string units_;
+  int type_;
+  std::shared_ptr<const void> owner_;
+  std::variant<std::span<const double>, std::span<const float>> values_;
+};
+
+/// Texts that every value of a dataset shares.
+struct ValueLabels {
+  std::string displayTitle;
+  std::string datasetName;
+  std::string dirName;
+};
+
+/// A scalar, a waveform (x and y vectors), or a value of dimension 2 whose inner waveforms
+/// are the runs of a stepped analysis.
+class ViewValue : public Value {
+ public:
+  static std::unique_ptr<ViewValue> scalarValue(std::string name,
+                                                std::shared_ptr<const ValueLabels> labels,
+                                                double v);
+  static std::unique_ptr<ViewValue> waveform(std::string name,
+                                             std::shared_ptr<const ValueLabels> labels,
+                                             std::shared_ptr<const DataVector> x,
+                                             std::shared_ptr<const DataVector> y);
+  static std::unique_ptr<ViewValue> nested(std::string name,
+                                           std::shared_ptr<const ValueLabels> labels,
+                                           std::vector<std::unique_ptr<ViewValue>> inner);
+
+  const char* name() const override { return name_.c_str(); }
+  const char* displayTitle() const override { return labels_->displayTitle.c_str(); }
+  const char* datasetName() const override { return labels_->datasetName.c_str(); }
+  const char* resultsDirName() const override { return labels_->dirName.c_str(); }
+  int dimension() const override { return dimension_; }
+  int kind() const override { return kind_; }
+  double scalar() const override { return scalar_; }
+  const DataVector* xVector() const override { return x_.get(); }
+  const DataVector* yVector() const override { return y_.get(); }
+  int waveCount() const override { return static_cast<int>(inner_.size()); }
+  const Value* waveAt(int i) const override;
+
+ private:
+  ViewValue(std::string name, std::shared_ptr<const ValueLabels> labels)
+      : name_(std::move(name)), labels_(std::move(labels)) {}
+  std::string name_;
+  std::shared_ptr<const ValueLabels> labels_;
+  int dimension_ = 0;
+  int kind_ = kScalarValue;
+  double scalar_ = 0.0;
+  std::shared_ptr<const DataVector> x_, y_;
+  std::vector<std::unique_ptr<ViewValue>> inner_;
+};
+
+/// The base units of a quantity from its type word ("time" -> "s", "voltage" -> "V", ...).
+const char* unitsOfTypeWord(std::string_view type);
+
+}  // namespace simdata
