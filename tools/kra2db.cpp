@@ -7,8 +7,10 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <memory>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "db/dbFile.h"
 #include "db/headerParameters.h"
@@ -95,7 +97,18 @@ struct WriteOptions {
   std::string version = "5";
   bool emFirst = false;
   bool quiet = false;
+  /// Fixed block keys of this many bytes instead of random ones; negative for random keys.
+  int keyLength = -1;
 };
+
+/// A reproducible block key: byte i is (37 i + 11) mod 256.
+kraDB::Encryptor fixedKey(int length) {
+  std::vector<uint8_t> key(static_cast<size_t>(length));
+  for (size_t i = 0; i < key.size(); ++i) {
+    key[i] = static_cast<uint8_t>(37 * i + 11);
+  }
+  return kraDB::Encryptor(std::move(key));
+}
 
 int runWrite(const WriteOptions& options) {
   const double temperature = realOption(options.temperature, "temperature");
@@ -108,7 +121,14 @@ int runWrite(const WriteOptions& options) {
   int64_t irCount = 0;
   int64_t emCount = 0;
   try {
-    kraDB::kraDBFile db(options.output, temperature, start, stop, static_cast<float>(version));
+    std::unique_ptr<kraDB::kraDBFile> file =
+        options.keyLength < 0
+            ? std::make_unique<kraDB::kraDBFile>(options.output, temperature, start, stop,
+                                                 static_cast<float>(version))
+            : std::make_unique<kraDB::kraDBFile>(
+                  options.output, temperature, start, stop, static_cast<float>(version),
+                  fixedKey(options.keyLength), fixedKey(options.keyLength));
+    kraDB::kraDBFile& db = *file;
     try {
       auto writeIR = [&] {
         if (!options.irFile.empty()) {
@@ -250,6 +270,11 @@ int main(int argc, char** argv) {
                        "format version written to the header, 4.9 or later (default 5)");
   writeCmd->add_flag("--em-first", write.emFirst, "write the EM block before the IR block");
   writeCmd->add_flag("-q,--quiet", write.quiet, "no summary on standard error");
+  writeCmd
+      ->add_option("--key-length", write.keyLength,
+                   "fixed block keys of N bytes (byte i is (37 i + 11) mod 256) instead of "
+                   "random ones, for files that come out the same on every run")
+      ->check(CLI::Range(0, 1 << 20));
   writeCmd->footer(kRecordLayouts);
 
   std::string dumpPath;

@@ -39,6 +39,10 @@ int zeAnalyzeNetlist::processReadMuroDBIR(const char* dbPath, const char* outPat
       return 1;
     }
     kraDB::writeIRListing(db, out.get());
+    if (!db.damage().empty()) {
+      // The listing holds the records read before the fault; the message says what is missing.
+      logMsg(kError, true, "%s: %s", kProgramName, db.damage().c_str());
+    }
     if (!closeOutput(out)) {
       return 1;
     }

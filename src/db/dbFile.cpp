@@ -77,7 +77,7 @@ kraDBFile::kraDBFile(const std::string& path, double temperature, double startTi
   printBlockPointer(&irKey, &emKey);
 }
 
-kraDBFile::kraDBFile(const std::string& path) {
+kraDBFile::kraDBFile(const std::string& path) : path_(path) {
   version_ = dbGetVersion(path);
   if (isLegacyVersion(version_)) {
     legacy_ = std::make_unique<kraOldDbFile>(path, version_);
@@ -191,22 +191,68 @@ void kraDBFile::initWRBlock(eKRADBType type) {
   ++recordCount_[type];
 }
 
+namespace {
+
+const char* blockName(eKRADBType type) { return type == eIR ? "IR" : "EM"; }
+
+}  // namespace
+
+void kraDBFile::noteDamage(const std::string& detail) {
+  if (damage_.empty()) {
+    damage_ = "The file '" + path_ + "' is damaged: " + detail + ".\n";
+  }
+}
+
 bool kraDBFile::initRDBlock(eKRADBType type) {
   currentType_ = type;
+  const std::string block = blockName(type);
+  if (recordCount_[type] < 0 && !blockEnded_[type]) {
+    noteDamage("its block table claims " + std::to_string(recordCount_[type]) + " " + block +
+               " records");
+    blockEnded_[type] = true;
+  }
   if (blockEnded_[type] || recordsRead_[type] >= recordCount_[type]) {
     return false;
   }
   if (recordsRead_[type] == 0) {
-    in_.seek(blockOffset_[type]);
+    const int64_t offset = blockOffset_[type];
+    if (offset < 0 || offset >= in_.size()) {
+      noteDamage("its " + block + " block starts at byte offset " + std::to_string(offset) +
+                 ", outside the file (" + std::to_string(in_.size()) + " bytes)");
+      blockEnded_[type] = true;
+      return false;
+    }
+    in_.seek(offset);
     encryptor_[type] = std::make_unique<Encryptor>(in_);
+    if (!encryptor_[type]->complete()) {
+      noteDamage("it ends inside the key of its " + block + " block (" +
+                 std::to_string(encryptor_[type]->claimedLength()) +
+                 " key bytes claimed at byte offset " + std::to_string(offset) + ")");
+      blockEnded_[type] = true;
+      return false;
+    }
   }
   // The pointer table may claim more records than the file holds: no record from nothing.
   if (in_.atEnd()) {
+    noteDamage("it ends after " + std::to_string(recordsRead_[type]) + " of the " +
+               std::to_string(recordCount_[type]) + " " + block +
+               " records its block table claims");
     blockEnded_[type] = true;
     return false;
   }
   ++recordsRead_[type];
+  shortRead_ = false;
   return true;
+}
+
+void kraDBFile::checkRecordEnd(int64_t recordStart) {
+  if (shortRead_) {
+    noteDamage("it ends inside " + std::string(blockName(currentType_)) + " record " +
+               std::to_string(recordsRead_[currentType_]) + " of " +
+               std::to_string(recordCount_[currentType_]) + " (which starts at byte offset " +
+               std::to_string(recordStart) + ")");
+    blockEnded_[currentType_] = true;
+  }
 }
 
 uint8_t kraDBFile::encrypt(uint8_t plain) {
@@ -253,6 +299,7 @@ void kraDBFile::getScrambled(uint8_t* data, size_t count) {
   std::memset(data, 0, count);
   const size_t got = in_.read(data, count);
   encryptor_[currentType_]->decrypt(data, got);
+  shortRead_ = shortRead_ || got < count;
 }
 
 int64_t kraDBFile::getL() {
@@ -263,8 +310,14 @@ int64_t kraDBFile::getL() {
 
 void kraDBFile::getS(std::string& text) {
   text.clear();
+  const int64_t at = in_.tell();
   int64_t remaining = getL();
   // A negative length reads nothing; a length past the end of the file reads what is there.
+  if (remaining < 0) {
+    noteDamage("a text length of " + std::to_string(remaining) + " in " +
+               blockName(currentType_) + " record " + std::to_string(recordsRead_[currentType_]) +
+               " (at byte offset " + std::to_string(at) + ")");
+  }
   uint8_t chunk[kStringChunk];
   while (remaining > 0) {
     const size_t want = static_cast<size_t>(std::min<int64_t>(remaining, kStringChunk));
@@ -272,6 +325,7 @@ void kraDBFile::getS(std::string& text) {
     encryptor_[currentType_]->decrypt(chunk, got);
     text.append(reinterpret_cast<const char*>(chunk), got);
     if (got < want) {
+      shortRead_ = true;
       break;
     }
     remaining -= static_cast<int64_t>(got);
@@ -323,9 +377,11 @@ bool kraDBFile::readNextIR(IRRecord& out) {
   if (!initRDBlock(eIR)) {
     return false;
   }
+  const int64_t start = in_.tell();
   getS(out.name);
   uint8_t tail[kRecordTail];
   getScrambled(tail, sizeof tail);
+  checkRecordEnd(start);
   out.rms = doubleAt(tail);
   out.avg = doubleAt(tail + 8);
   out.peak = doubleAt(tail + 16);
@@ -347,9 +403,11 @@ bool kraDBFile::readNextEM(kraDBEMNode& out) {
   if (!initRDBlock(eEM)) {
     return false;
   }
+  const int64_t start = in_.tell();
   getS(out.name);
   uint8_t tail[kEMRecordTail];
   getScrambled(tail, sizeof tail);
+  checkRecordEnd(start);
   out.rms = doubleAt(tail);
   out.avg = doubleAt(tail + 8);
   out.peak = doubleAt(tail + 16);

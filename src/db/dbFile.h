@@ -78,6 +78,12 @@ class kraDBFile {
   bool readNextIR(IRRecord& out);
   bool readNextEM(kraDBEMNode& out);
 
+  /// Why reading stopped before the records the pointer table claims, or empty: a block that
+  /// lies outside the file, a key or a record cut short by the end of the file, a negative
+  /// count or text length. The first such fault of the file is kept; the records read up to
+  /// it are still handed out (a cut record with zeros for its missing bytes).
+  const std::string& damage() const { return damage_; }
+
   /// Rewrites the pointer table of a writer and closes; closes a reader. Idempotent.
   void closeFile();
   /// True when writing or closing the output failed.
@@ -118,6 +124,10 @@ class kraDBFile {
   /// was.
   void readRaw(int64_t& field);
   void readRaw(double& field);
+  /// Records the first fault met while reading (see damage()).
+  void noteDamage(const std::string& detail);
+  /// Notes a record of the current type that the end of the file cut short.
+  void checkRecordEnd(int64_t recordStart);
 
   ByteWriter out_;
   ByteReader in_;
@@ -134,6 +144,10 @@ class kraDBFile {
   /// Set once the end of the file was met inside a block: no more records of that type.
   std::array<bool, kBlockTypes> blockEnded_{};
   std::unique_ptr<kraOldDbFile> legacy_;
+  std::string path_;
+  std::string damage_;
+  /// Set when a read of the current record came up short.
+  bool shortRead_ = false;
 };
 
 }  // namespace kraDB

@@ -13,6 +13,7 @@ Encryptor::Encryptor() {
   // within one second come out equal.
   std::srand(static_cast<unsigned>(std::time(nullptr)));
   keyLength_ = static_cast<uint32_t>(std::rand() % 150 + 100);
+  claimedLength_ = keyLength_;
   key_.reserve(keyLength_);
   for (uint32_t i = 0; i < keyLength_; ++i) {
     key_.push_back(static_cast<uint8_t>(std::rand() & 0xff));
@@ -20,11 +21,13 @@ Encryptor::Encryptor() {
 }
 
 Encryptor::Encryptor(std::vector<uint8_t> key)
-    : keyLength_(static_cast<uint32_t>(key.size())), key_(std::move(key)) {}
+    : keyLength_(static_cast<uint32_t>(key.size())),
+      key_(std::move(key)),
+      claimedLength_(keyLength_) {}
 
 Encryptor::Encryptor(ByteReader& in) {
   uint8_t length[4] = {};
-  in.read(length, sizeof length);
+  complete_ = in.read(length, sizeof length) == sizeof length;
   const uint32_t claimed = static_cast<uint32_t>(length[0]) | (uint32_t{length[1]} << 8) |
                            (uint32_t{length[2]} << 16) | (uint32_t{length[3]} << 24);
   // Grow by what is actually read, so a damaged length cannot size an allocation.
@@ -35,11 +38,13 @@ Encryptor::Encryptor(ByteReader& in) {
     const size_t got = in.read(chunk, want);
     key_.insert(key_.end(), chunk, chunk + got);
     if (got < want) {
+      complete_ = false;
       break;
     }
     remaining -= static_cast<uint32_t>(got);
   }
   keyLength_ = static_cast<uint32_t>(key_.size());
+  claimedLength_ = claimed;
 }
 
 void Encryptor::write(ByteWriter& out) const {

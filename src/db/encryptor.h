@@ -27,8 +27,13 @@ class Encryptor {
   /// A given key, for tests and reproducible files. An empty key scrambles with zeros.
   explicit Encryptor(std::vector<uint8_t> key);
   /// Reads a block key: a 4-byte little-endian length, then the key bytes. A length that runs
-  /// past the end of the file gives the bytes that are there.
+  /// past the end of the file gives the bytes that are there (see complete()).
   explicit Encryptor(ByteReader& in);
+
+  /// The key length a read key claimed (the length of a made or given key).
+  uint32_t claimedLength() const { return claimedLength_; }
+  /// False when the file ended before all the claimed key bytes (or the length) were read.
+  bool complete() const { return complete_; }
 
   /// Writes the block key (length, then bytes; not scrambled).
   void write(ByteWriter& out) const;
@@ -67,6 +72,8 @@ class Encryptor {
 
   uint32_t keyLength_ = 0;
   std::vector<uint8_t> key_;
+  uint32_t claimedLength_ = 0;
+  bool complete_ = true;
   uint32_t position_ = 0;
   uint8_t chain_ = 0;
 };

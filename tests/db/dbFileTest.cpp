@@ -397,6 +397,12 @@ TEST(DbFile, FileCutInsideTheLastRecordGivesAPartialRecordAndNoMore) {
     db.addIR("node_3", last[0], last[1], last[2], last[3], last[4], last[5]);
   }
   const std::string bytes = readFile(full);
+  {
+    kraDBFile db(full);
+    EXPECT_EQ(readAllIR(db).size(), 3u);
+    EXPECT_EQ(db.damage(), "");
+  }
+  const std::string lastStart = std::to_string(bytes.size() - lastPlain.size());
   for (size_t cut = 1; cut <= lastPlain.size(); ++cut) {
     SCOPED_TRACE("cut " + std::to_string(cut));
     writeFile(dir.file("cut.db"), bytes.substr(0, bytes.size() - cut));
@@ -419,6 +425,13 @@ TEST(DbFile, FileCutInsideTheLastRecordGivesAPartialRecordAndNoMore) {
       EXPECT_TRUE(sameBits(got.tmin, want.tmin));
     }
     EXPECT_EQ(db.getNextIR(), nullptr);
+    EXPECT_EQ(db.damage(),
+              "The file '" + dir.file("cut.db") + "' is damaged: " +
+                  (available == 0
+                       ? std::string("it ends after 2 of the 3 IR records its block table claims")
+                       : "it ends inside IR record 3 of 3 (which starts at byte offset " +
+                             lastStart + ")") +
+                  ".\n");
   }
 }
 
@@ -436,34 +449,49 @@ TEST(DbFile, DamagedTablesAndLengthsNeverMakeRecordsFromNothing) {
     std::string bytes;
     std::vector<std::string> names;
     double firstTmin;  // tmin of the first record read, when there is one
+    std::string damage;  // what damage() says after the text "...' is damaged: "
   } cases[] = {
-      {"table claims more records", database(first, 1000, 0, 0, block(key, two)), {"a", "b"}, 6},
-      {"negative count", database(first, -3, 0, 0, block(key, two)), {}, 0},
-      {"offset past the end", database(int64_t{1} << 40, 2, 0, 0, block(key, two)), {}, 0},
-      {"offset at the end", database(first + 50, 2, 0, 0, block(key, two).substr(0, 50)), {}, 0},
-      {"negative offset", database(-8, 2, 0, 0, block(key, two)), {}, 0},
-      {"offset 0 reads the header as a key", database(0, 2, 0, 0, block(key, two)), {}, 0},
+      {"table claims more records", database(first, 1000, 0, 0, block(key, two)), {"a", "b"}, 6,
+       "it ends after 2 of the 1000 IR records its block table claims"},
+      {"negative count", database(first, -3, 0, 0, block(key, two)), {}, 0,
+       "its block table claims -3 IR records"},
+      // 1128 bytes of header and table, then a block of 4 + 5 key bytes and two records of 57.
+      {"offset past the end", database(int64_t{1} << 40, 2, 0, 0, block(key, two)), {}, 0,
+       "its IR block starts at byte offset 1099511627776, outside the file (1251 bytes)"},
+      {"offset at the end", database(first + 50, 2, 0, 0, block(key, two).substr(0, 50)), {}, 0,
+       "its IR block starts at byte offset 1178, outside the file (1178 bytes)"},
+      {"negative offset", database(-8, 2, 0, 0, block(key, two)), {}, 0,
+       "its IR block starts at byte offset -8, outside the file (1251 bytes)"},
+      // "<><>" read as a little-endian length is 0x3e3c3e3c.
+      {"offset 0 reads the header as a key", database(0, 2, 0, 0, block(key, two)), {}, 0,
+       "it ends inside the key of its IR block (1044135484 key bytes claimed at byte offset 0)"},
       {"largest key length",
        database(first, 2, 0, 0, le32(0xffffffffu) + std::string(64, '\x01')),
        {},
-       0},
+       0,
+       "it ends inside the key of its IR block (4294967295 key bytes claimed at byte offset "
+       "1128)"},
       {"key length past the end",
        database(first, 2, 0, 0, le32(1000) + std::string(10, '\x01')),
        {},
-       0},
+       0,
+       "it ends inside the key of its IR block (1000 key bytes claimed at byte offset 1128)"},
       {"negative name length",
        database(first, 1, 0, 0,
                 block(key, withLength(-5, f64(1) + f64(2) + f64(3) + f64(4) + f64(5) + f64(6)))),
        {""},
-       6},
+       6,
+       "a text length of -5 in IR record 1 (at byte offset 1137)"},
       {"name length past the end",
        database(first, 5, 0, 0, block(key, withLength(1000, "partial name"))),
        {"partial name"},
-       0},
+       0,
+       "it ends inside IR record 1 of 5 (which starts at byte offset 1137)"},
       {"largest name length",
        database(first, 5, 0, 0, block(key, withLength(std::numeric_limits<int64_t>::max(), "xyz"))),
        {"xyz"},
-       0},
+       0,
+       "it ends inside IR record 1 of 5 (which starts at byte offset 1137)"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.label);
@@ -480,6 +508,7 @@ TEST(DbFile, DamagedTablesAndLengthsNeverMakeRecordsFromNothing) {
     }
     EXPECT_EQ(db.getNextIR(), nullptr);
     EXPECT_EQ(db.getNextEM(), nullptr);
+    EXPECT_EQ(db.damage(), "The file '" + dir.file("bad.db") + "' is damaged: " + c.damage + ".\n");
   }
 }
 
