@@ -151,6 +151,10 @@ int zeAnalyzeNetlist::processReadMuroDBEM(const ArgList* args) {
       records.add(record);
     }
     records.finish();
+    if (!db.damage().empty()) {
+      // The records read before the fault are used; the message says what is missing.
+      logMsg(kError, true, "%s: %s", kProgramName, db.damage().c_str());
+    }
     db.closeFile();
     const std::string hierarchyPrefix =
         hierarchy != nullptr ? pgnet::normaliseHierarchyPrefix(hierarchy) : std::string();

@@ -1,6 +1,8 @@
 #include "db/oldDbFile.h"
 
+#include <cstring>
 #include <stdexcept>
+#include <string_view>
 
 #include "db/byteStream.h"
 #include "db/dbFile.h"
@@ -24,10 +26,33 @@ kraOldDbFile::kraOldDbFile(const std::string& path, double temperature, double s
   throw std::runtime_error(legacyWriteError(path));
 }
 
-kraOldDbFile::kraOldDbFile(const std::string& path, float) : path_(path) {
+namespace {
+
+/// Whether a file has the first text line of a legacy database ("begin..." or a line of 77
+/// asterisks) where a 64-bit or a 32-bit producer puts it (byte 96 or 48).
+bool hasLegacyMarker(ByteReader& in) {
+  uint8_t head[96 + 77] = {};
+  const size_t got = in.read(head, sizeof head);
+  const auto markerAt = [&](size_t at) {
+    const auto* text = reinterpret_cast<const char*>(head + at);
+    return (got >= at + 5 && std::memcmp(text, "begin", 5) == 0) ||
+           (got >= at + 77 && std::string_view(text, 77) == std::string(77, '*'));
+  };
+  return markerAt(48) || markerAt(96);
+}
+
+}  // namespace
+
+kraOldDbFile::kraOldDbFile(const std::string& path, float version) : path_(path) {
   ByteReader probe;
   if (!probe.open(path)) {
     throw std::runtime_error(openError(path));
+  }
+  // Without tags (version -1) and without the first line of a legacy file, the file is
+  // neither format: an empty, cut or foreign file is said to be no database rather than an
+  // old one.
+  if (version < 0.0f && !hasLegacyMarker(probe)) {
+    throw std::runtime_error(notDatabaseError(path));
   }
   throw std::runtime_error(legacyReadError(path));
 }

@@ -323,6 +323,12 @@ TEST(DbFile, OpeningErrorsCarryTheirTexts) {
   writeFile(noZero, kStandard + std::string(1024 - kStandard.size() + 100, 'x'));
   const std::string legacy = dir.file("legacy.db");
   writeFile(legacy, std::string(96, 'x') + "begin" + std::string(3000, 'x'));
+  const std::string foreign = dir.file("foreign.db");
+  writeFile(foreign, std::string(3000, 'x'));  // no tags and no legacy first line
+  const std::string empty = dir.file("empty.db");
+  writeFile(empty, "");
+  const std::string legacy32 = dir.file("legacy32.db");
+  writeFile(legacy32, std::string(48, 'x') + std::string(77, '*') + "\n");
   const std::string old = dir.file("old.db");
   std::string oldHeader = "<><><>;<version>4.89999<\\version>;<\\><\\><\\>;\n";
   oldHeader.resize(2000, '\0');
@@ -344,6 +350,9 @@ TEST(DbFile, OpeningErrorsCarryTheirTexts) {
       {"short", shortFile, "The file '" + shortFile + "'is not a  EMIR database file.\n"},
       {"no zero in header", noZero, "The file '" + noZero + "'is not a  EMIR database file.\n"},
       {"tag-less legacy", legacy, kraDB::legacyReadError(legacy)},
+      {"tag-less legacy of a 32-bit producer", legacy32, kraDB::legacyReadError(legacy32)},
+      {"tag-less foreign", foreign, "The file '" + foreign + "'is not a  EMIR database file.\n"},
+      {"empty", empty, "The file '" + empty + "'is not a  EMIR database file.\n"},
       {"version 4.89999", old, kraDB::legacyReadError(old)},
       {"32-bit", db32, kraDB::k32BitDatabaseError},
   };

@@ -11,7 +11,7 @@ cases=$root/tests/e2e/cases
 
 mkdir -p "$out"
 out=$(cd "$out" && pwd)
-for target in command_file raw_file netlist database header_parameters network_data; do
+for target in command_file raw_file netlist database header_parameters network_data db_network; do
   rm -rf "${out:?}/$target"
   mkdir -p "$out/$target"
 done
@@ -54,6 +54,11 @@ while IFS= read -r f; do
 done < <(find "$cases" \( -name '*.len' -o -name '*.dat' \) -type f | sort)
 printf '\001m1 M1 a b 0 0 1 10 nil\nm2 M1 b c 10 0 1 20 nil\nv1 V1 b x 10 0 1 0 via\n' \
   > "$out/network_data/pg_hand"
+
+# Networks of the EM command: names only (first byte 0), with nets (1), with directions (3).
+printf '\000R1 0\nR2 1\nn 0\nR3 0\n' > "$out/db_network/names_hand"
+printf '\003R1 0 a b 1 0\nR2 0 b c -1 1\nn 1 c d 1 1\nR3 0 d a 0 0\n' > "$out/db_network/nets_hand"
+printf '\016R1 0\nR3 1\n' > "$out/db_network/prefixes_hand"
 
 # Databases: written by kra2db, IR first and EM first, with long and empty names.
 work=$(mktemp -d)

@@ -54,9 +54,15 @@ err=$("$kra2db" write x.db --ir missing.tsv 2>&1)
 check "missing input" "kra2db: error: cannot open IR record file 'missing.tsv': No such file or directory" "$err"
 
 head -c 3000 /dev/zero | tr '\0' 'x' > legacy.db
+printf 'begin' | dd of=legacy.db bs=1 seek=96 conv=notrunc status=none
 err=$("$kra2db" info legacy.db 2>&1)
 check "legacy info exit" 1 $?
 check "legacy info" "kra2db: error: The file 'legacy.db' is in the legacy EMIR database format (version below 4.9), which is not supported." "$err"
+
+# Without tags and without a legacy first line the file is no database at all.
+head -c 3000 /dev/zero | tr '\0' 'x' > foreign.db
+err=$("$kra2db" info foreign.db 2>&1)
+check "foreign info" "kra2db: error: The file 'foreign.db'is not a  EMIR database file." "$err"
 
 cp out.db cut.db
 truncate -s -66 cut.db  # the whole EM record: length, "R1", 56 bytes
