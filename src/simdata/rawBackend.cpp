@@ -1,6 +1,7 @@
 #include "simdata/rawBackend.h"
 
 #include "simdata/columnStore.h"
+#include "simdata/viewValues.h"
 
 #include <algorithm>
 #include <cctype>
@@ -30,10 +31,29 @@ std::string lower(std::string_view text) {
 
 }  // namespace
 
+std::string_view analysisTitle(std::string_view plotname) {
+  // "Step Analysis: Step 1 of 3 params:  name = VGS value = 0.8  AC Analysis": the title
+  // follows the value of the last parameter.
+  const size_t params = plotname.find(" params:");
+  if (params == std::string_view::npos) {
+    return plotname;
+  }
+  const size_t value = plotname.rfind("value = ");
+  if (value == std::string_view::npos || value < params) {
+    return plotname;
+  }
+  const size_t valueEnd = plotname.find_first_of(" \t", value + 8);
+  if (valueEnd == std::string_view::npos) {
+    return plotname;
+  }
+  const size_t title = plotname.find_first_not_of(" \t", valueEnd);
+  return title == std::string_view::npos ? plotname : plotname.substr(title);
+}
+
 std::string analysisKind(std::string_view plotname) {
-  const std::string name = lower(plotname);
-  // Matched on substrings, most specific first: some writers put a prefix before the title
-  // ("Step Analysis: ... AC Analysis", "DC operating point").
+  const std::string name = lower(analysisTitle(plotname));
+  // Matched on substrings, most specific first: some writers put words around the title
+  // ("DC operating point", "Noise Spectral Density Curves").
   static const std::pair<const char*, const char*> kKinds[] = {
       {"transient", "tran"},   {"operating point", "op"}, {"dc transfer", "dc"},
       {"ac analysis", "ac"},   {"noise", "noise"},        {"transfer function", "tf"},
@@ -79,126 +99,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-const char* unitsOfType(const std::string& type) {
-  if (type == "time") {
-    return "s";
-  }
-  if (type == "voltage") {
-    return "V";
-  }
-  if (type == "current") {
-    return "A";
-  }
-  if (type == "frequency") {
-    return "Hz";
-  }
-  return "";
-}
-
-/// A column of a plot: a view into decoded text data, or an array gathered from binary
-/// records. The owner keeps the memory alive for as long as any value uses it.
-class RawVector : public DataVector {
- public:
-  RawVector(std::string name, const char* units, int type, std::shared_ptr<const void> owner,
-            std::span<const double> view, bool mayHoldNaN = true)
-      : name_(std::move(name)),
-        units_(units),
-        type_(type),
-        owner_(std::move(owner)),
-        view_(view),
-        mayHoldNaN_(mayHoldNaN) {}
-
-  int length() const override { return static_cast<int>(view_.size()); }
-  const char* name() const override { return name_.c_str(); }
-  const char* baseUnits() const override { return units_; }
-  int elementType() const override { return type_; }
-  double doubleAt(int i) const override {
-    return i >= 0 && static_cast<size_t>(i) < view_.size() ? view_[static_cast<size_t>(i)] : 0.0;
-  }
-  float floatAt(int i) const override { return static_cast<float>(doubleAt(i)); }
-  int32_t intAt(int i) const override {
-    const double v = doubleAt(i);
-    if (!(v > -2147483648.0)) {
-      return v < 0.0 ? INT32_MIN : 0;
-    }
-    return v < 2147483647.0 ? static_cast<int32_t>(v) : INT32_MAX;
-  }
-  int8_t int8At(int i) const override {
-    const double v = doubleAt(i);
-    if (!(v > -128.0)) {
-      return v < 0.0 ? INT8_MIN : 0;
-    }
-    return v < 127.0 ? static_cast<int8_t>(v) : INT8_MAX;
-  }
-  std::span<const double> doubles() const override {
-    return type_ == kFloat64 ? view_ : std::span<const double>();
-  }
-  bool mayHoldNaN() const override { return mayHoldNaN_; }
-  /// The values whatever the type code (real parts of complex data).
-  std::span<const double> view() const { return view_; }
-
- private:
-  std::string name_;
-  const char* units_;
-  int type_;
-  std::shared_ptr<const void> owner_;
-  std::span<const double> view_;
-  bool mayHoldNaN_;
-};
-
-/// Texts every value of a dataset shares.
-struct ValueLabels {
-  std::string displayTitle;
-  std::string datasetName;
-  std::string dirName;
-};
-
-class RawValue : public Value {
- public:
-  static std::unique_ptr<RawValue> waveform(std::string name,
-                                            std::shared_ptr<const ValueLabels> labels,
-                                            std::shared_ptr<const RawVector> x,
-                                            std::shared_ptr<const RawVector> y) {
-    auto value = std::unique_ptr<RawValue>(new RawValue(std::move(name), std::move(labels)));
-    value->dimension_ = 1;
-    value->kind_ = kDataVectorValue;
-    value->x_ = std::move(x);
-    value->y_ = std::move(y);
-    return value;
-  }
-  static std::unique_ptr<RawValue> scalarValue(std::string name,
-                                               std::shared_ptr<const ValueLabels> labels,
-                                               double v) {
-    auto value = std::unique_ptr<RawValue>(new RawValue(std::move(name), std::move(labels)));
-    value->dimension_ = 0;
-    value->kind_ = kScalarValue;
-    value->scalar_ = v;
-    return value;
-  }
-
-  const char* name() const override { return name_.c_str(); }
-  const char* displayTitle() const override { return labels_->displayTitle.c_str(); }
-  const char* datasetName() const override { return labels_->datasetName.c_str(); }
-  const char* resultsDirName() const override { return labels_->dirName.c_str(); }
-  int dimension() const override { return dimension_; }
-  int kind() const override { return kind_; }
-  double scalar() const override { return scalar_; }
-  const DataVector* xVector() const override { return x_.get(); }
-  const DataVector* yVector() const override { return y_.get(); }
-  int waveCount() const override { return 0; }
-  const Value* waveAt(int) const override { return nullptr; }
-
- private:
-  RawValue(std::string name, std::shared_ptr<const ValueLabels> labels)
-      : name_(std::move(name)), labels_(std::move(labels)) {}
-  std::string name_;
-  std::shared_ptr<const ValueLabels> labels_;
-  int dimension_ = 0;
-  int kind_ = kScalarValue;
-  double scalar_ = 0.0;
-  std::shared_ptr<const RawVector> x_, y_;
-};
-
 /// One plot of a raw file as a dataset.
 class RawDataset : public Dataset {
  public:
@@ -209,7 +109,7 @@ class RawDataset : public Dataset {
         name_(std::move(name)),
         type_(std::move(type)),
         hasAxis_(raw::plotHasAxis(plot_)),
-        elementType_(plot_.numbers == raw::Numbers::kComplex ? kComplex : kFloat64) {
+        waveforms_(hasAxis_ || (plot_.stepped() && plot_.points > 1)) {
     labels_ = std::make_shared<ValueLabels>(ValueLabels{plot_.plotname, name_, dirName});
     for (int v = 0; v < plot_.variableCount(); ++v) {
       const raw::Variable& variable = plot_.variables[static_cast<size_t>(v)];
@@ -250,15 +150,18 @@ class RawDataset : public Dataset {
 
   void expectBulkReads(int count) override { storeWanted_ = storeWanted_ || count > 1; }
 
+  /// The scale's extent (over every run of a stepped plot, which also gets a "step"
+  /// dimension counting its runs).
   const Sweep* sweep() const override {
     if (!hasAxis_) {
       return nullptr;
     }
     if (!sweep_) {
-      const std::span<const double> scale = scaleVector()->view();
+      const ViewVector& scale = *scaleVector();
       Range range{kFloat64, 0.0, 0.0};
       bool first = true;
-      for (double v : scale) {
+      for (int p = 0; p < scale.length(); ++p) {
+        const double v = scale.doubleAt(p);
         if (std::isnan(v)) {
           continue;
         }
@@ -268,26 +171,39 @@ class RawDataset : public Dataset {
       }
       sweep_.emplace();
       sweep_->add(SweepDimension{plot_.variables.front().name, range});
+      if (plot_.stepped()) {
+        sweep_->add(SweepDimension{
+            "step", Range{kInt32, 1.0, static_cast<double>(plot_.stepStarts.size())}});
+      }
     }
     return &*sweep_;
   }
 
  private:
+  /// Memory holding one column's values, as doubles or as float32, and its owner.
   struct Column {
     std::shared_ptr<const void> owner;
-    std::span<const double> view;
+    std::span<const double> doubles;
+    std::span<const float> floats;
     bool mayHoldNaN = true;
   };
 
   /// An array for gathered values, not zero-filled first: the gather writes every element.
+  template <typename T>
   struct Buffer {
-    std::shared_ptr<double[]> data;
-    size_t size;
-    Column column() const { return Column{data, {data.get(), size}}; }
+    std::shared_ptr<T[]> data;
+    size_t size = 0;
   };
-  Buffer newBuffer() const {
+  template <typename T>
+  Buffer<T> newBuffer() const {
     const size_t size = static_cast<size_t>(plot_.points);
-    return Buffer{std::make_shared_for_overwrite<double[]>(size), size};
+    return Buffer<T>{std::make_shared_for_overwrite<T[]>(size), size};
+  }
+  static Column columnOf(const Buffer<double>& buffer) {
+    return Column{buffer.data, {buffer.data.get(), buffer.size}, {}};
+  }
+  static Column columnOf(const Buffer<float>& buffer) {
+    return Column{buffer.data, {}, {buffer.data.get(), buffer.size}};
   }
 
   /// The column a signal of this dataset names, or -1. Signals copied out of the list (as the
@@ -303,27 +219,43 @@ class RawDataset : public Dataset {
     return static_cast<int>(signal->id);
   }
 
-  std::shared_ptr<const RawVector> makeVector(int column, Column data) const {
+  /// Variables stored as float32 are kept so (type code 5); the scale is always real (the
+  /// real part of a complex scale); other variables of a complex plot are of an "other kind".
+  std::shared_ptr<const ViewVector> makeVector(int column, Column data) const {
     const raw::Variable& variable = plot_.variables[static_cast<size_t>(column)];
-    return std::make_shared<const RawVector>(variable.name, unitsOfType(variable.type),
-                                             elementType_, std::move(data.owner), data.view,
-                                             data.mayHoldNaN);
+    const char* units = unitsOfTypeWord(variable.type);
+    if (!data.floats.empty() || (data.doubles.empty() && isSingle(column))) {
+      return std::make_shared<const ViewVector>(variable.name, units, std::move(data.owner),
+                                                data.floats);
+    }
+    const int type =
+        column == 0 || plot_.numbers == raw::Numbers::kReal ? kFloat64 : kComplex;
+    return std::make_shared<const ViewVector>(variable.name, units, type, std::move(data.owner),
+                                              data.doubles, data.mayHoldNaN);
   }
 
-  /// Text data is already decoded: a column is a view into it.
+  /// Whether a column is read as float32 from mapped binary data.
+  bool isSingle(int column) const {
+    return !plot_.decoded && plot_.layout == raw::DataLayout::kBinary &&
+           plot_.variables[static_cast<size_t>(column)].element == raw::Element::kFloat32;
+  }
+
+  /// Decoded data: a column is a view into it.
   Column decodedColumn(int column) const {
     const size_t points = static_cast<size_t>(plot_.points);
     return Column{plot_.decoded,
                   std::span<const double>(
-                      plot_.decoded->data() + static_cast<size_t>(column) * points, points)};
+                      plot_.decoded->data() + static_cast<size_t>(column) * points, points),
+                  {}};
   }
 
   /// The column store of a binary plot that is read in several batches: built at the
   /// first bulk read after such reads were announced. Null when not wanted or when it cannot
-  /// be built (the records are then gathered batch by batch).
+  /// be built (the records are then gathered batch by batch). Only records of uniform
+  /// float64 (or complex) values are transposed; other layouts are read directly.
   const raw::ColumnStore* columnStore() const {
-    if (!store_ && storeWanted_ && !storeFailed_ && plot_.layout == raw::DataLayout::kBinary &&
-        plot_.points > 0) {
+    if (!store_ && storeWanted_ && !storeFailed_ && plot_.uniformRecords() &&
+        !plot_.absoluteScale && plot_.points > 0) {
       raw::RecordLayout records;
       records.base = file_->bytes().data() + plot_.dataOffset;
       records.points = static_cast<size_t>(plot_.points);
@@ -339,45 +271,142 @@ class RawDataset : public Dataset {
 
   /// A column of the store in memory, viewed in place.
   Column storedColumn(int column) const {
-    return Column{store_, store_->view(static_cast<size_t>(column)),
+    return Column{store_, store_->view(static_cast<size_t>(column)), {},
                   store_->holdsNaN(static_cast<size_t>(column))};
   }
 
   /// The scale (variable 0), read once and shared by every value of the dataset.
-  const std::shared_ptr<const RawVector>& scaleVector() const {
+  const std::shared_ptr<const ViewVector>& scaleVector() const {
     if (!scale_) {
-      if (plot_.layout == raw::DataLayout::kAscii) {
+      if (plot_.decoded) {
         scale_ = makeVector(0, decodedColumn(0));
       } else if (store_ && store_->inMemory()) {
         scale_ = makeVector(0, storedColumn(0));
       } else {
-        const Buffer buffer = newBuffer();
+        const Buffer<double> buffer = newBuffer<double>();
         const int column = 0;
         double* out = buffer.data.get();
         file_->gather(plot_, {&column, 1}, {&out, 1});
-        scale_ = makeVector(0, buffer.column());
+        scale_ = makeVector(0, columnOf(buffer));
       }
     }
     return scale_;
   }
 
+  /// The scale of each run of a stepped plot, shared by every value of the dataset.
+  const std::vector<std::shared_ptr<const ViewVector>>& stepScales() const {
+    if (stepScales_.empty()) {
+      const std::shared_ptr<const ViewVector>& scale = scaleVector();
+      for (size_t s = 0; s < plot_.stepStarts.size(); ++s) {
+        const auto [first, count] = stepExtent(s);
+        stepScales_.push_back(scale->slice(first, count));
+      }
+    }
+    return stepScales_;
+  }
+
+  /// First point and point count of run s of a stepped plot.
+  std::pair<size_t, size_t> stepExtent(size_t s) const {
+    const size_t first = static_cast<size_t>(plot_.stepStarts[s]);
+    const size_t end = s + 1 < plot_.stepStarts.size()
+                           ? static_cast<size_t>(plot_.stepStarts[s + 1])
+                           : static_cast<size_t>(plot_.points);
+    return {first, end - first};
+  }
+
+  /// Reads the listed columns (scale excluded) from binary data in one pass per storage
+  /// kind, via the column store when there is one.
+  bool readBinaryColumns(const std::vector<int>& columns, const raw::ColumnStore* store,
+                         std::map<int, std::shared_ptr<const ViewVector>>& vectors) const {
+    std::vector<int> wanted;
+    for (int column : columns) {
+      if (column > 0) {
+        wanted.push_back(column);
+      }
+    }
+    std::sort(wanted.begin(), wanted.end());
+    wanted.erase(std::unique(wanted.begin(), wanted.end()), wanted.end());
+    if (!scale_) {
+      wanted.insert(wanted.begin(), 0);
+    }
+    std::vector<int> doubleColumns;
+    std::vector<int> floatColumns;
+    for (int column : wanted) {
+      (isSingle(column) ? floatColumns : doubleColumns).push_back(column);
+    }
+    std::vector<Buffer<double>> doubleBuffers(doubleColumns.size());
+    std::vector<double*> doubleOutputs(doubleColumns.size());
+    for (size_t k = 0; k < doubleColumns.size(); ++k) {
+      doubleBuffers[k] = newBuffer<double>();
+      doubleOutputs[k] = doubleBuffers[k].data.get();
+    }
+    if (store != nullptr) {
+      std::string error;
+      if (!store->read(doubleColumns, doubleOutputs, error)) {
+        setLastError(raw::kRawErrorCode, file_->path() + ": " + error);
+        return false;
+      }
+    } else {
+      file_->gather(plot_, doubleColumns, doubleOutputs);
+    }
+    std::vector<Buffer<float>> floatBuffers(floatColumns.size());
+    std::vector<float*> floatOutputs(floatColumns.size());
+    for (size_t k = 0; k < floatColumns.size(); ++k) {
+      floatBuffers[k] = newBuffer<float>();
+      floatOutputs[k] = floatBuffers[k].data.get();
+    }
+    file_->gatherFloats(plot_, floatColumns, floatOutputs);
+    for (size_t k = 0; k < doubleColumns.size(); ++k) {
+      auto vector = makeVector(doubleColumns[k], columnOf(doubleBuffers[k]));
+      if (doubleColumns[k] == 0) {
+        scale_ = std::move(vector);
+      } else {
+        vectors[doubleColumns[k]] = std::move(vector);
+      }
+    }
+    for (size_t k = 0; k < floatColumns.size(); ++k) {
+      vectors[floatColumns[k]] = makeVector(floatColumns[k], columnOf(floatBuffers[k]));
+    }
+    return true;
+  }
+
+  /// A waveform over the scale, or for a stepped plot a value of dimension 2 whose inner
+  /// waveforms are its runs (readers of the first run see the first step).
+  std::unique_ptr<Value> makeValue(int column,
+                                   const std::shared_ptr<const ViewVector>& y) const {
+    const std::string& name = plot_.variables[static_cast<size_t>(column)].name;
+    if (!hasAxis_ || !plot_.stepped()) {
+      return ViewValue::waveform(name, labels_, scaleVector(), y);
+    }
+    const auto& scales = stepScales();
+    std::vector<std::unique_ptr<ViewValue>> runs;
+    runs.reserve(scales.size());
+    for (size_t s = 0; s < scales.size(); ++s) {
+      const auto [first, count] = stepExtent(s);
+      runs.push_back(ViewValue::waveform(name, labels_, scales[s],
+                                         column == 0 ? scales[s] : y->slice(first, count)));
+    }
+    return ViewValue::nested(name, labels_, std::move(runs));
+  }
+
   /// One value per column (null for a column of -1); empty, with the last error set, when
-  /// the data cannot be read.
+  /// the data cannot be read. Operating points give scalars, except stepped ones, whose
+  /// values are waveforms over the stepped quantity (one point per step).
   std::vector<std::unique_ptr<Value>> readColumns(const std::vector<int>& columns) const {
     std::vector<std::unique_ptr<Value>> values(columns.size());
     const auto& variables = plot_.variables;
-    if (!hasAxis_) {
+    if (!waveforms_) {
       for (size_t i = 0; i < columns.size(); ++i) {
         if (columns[i] >= 0 && plot_.points > 0) {
-          values[i] = RawValue::scalarValue(variables[static_cast<size_t>(columns[i])].name,
-                                            labels_, file_->valueAt(plot_, columns[i], 0));
+          values[i] = ViewValue::scalarValue(variables[static_cast<size_t>(columns[i])].name,
+                                             labels_, file_->valueAt(plot_, columns[i], 0));
         }
       }
       return values;
     }
-    std::map<int, std::shared_ptr<const RawVector>> vectors;
-    const raw::ColumnStore* store = plot_.layout == raw::DataLayout::kBinary ? columnStore() : nullptr;
-    if (plot_.layout == raw::DataLayout::kAscii) {
+    std::map<int, std::shared_ptr<const ViewVector>> vectors;
+    const raw::ColumnStore* store = columnStore();
+    if (plot_.decoded) {
       for (int column : columns) {
         if (column > 0 && !vectors.count(column)) {
           vectors[column] = makeVector(column, decodedColumn(column));
@@ -389,53 +418,14 @@ class RawDataset : public Dataset {
           vectors[column] = makeVector(column, storedColumn(column));
         }
       }
-    } else {
-      // Every wanted column of the batch (and the scale, when it has not been read yet) is
-      // gathered in one pass over the records.
-      std::vector<int> wanted;
-      for (int column : columns) {
-        if (column > 0) {
-          wanted.push_back(column);
-        }
-      }
-      std::sort(wanted.begin(), wanted.end());
-      wanted.erase(std::unique(wanted.begin(), wanted.end()), wanted.end());
-      const bool readScale = !scale_;
-      if (readScale) {
-        wanted.insert(wanted.begin(), 0);
-      }
-      std::vector<Buffer> buffers(wanted.size());
-      std::vector<double*> outputs(wanted.size());
-      for (size_t k = 0; k < wanted.size(); ++k) {
-        buffers[k] = newBuffer();
-        outputs[k] = buffers[k].data.get();
-      }
-      if (store != nullptr) {
-        std::string error;
-        if (!store->read(wanted, outputs, error)) {
-          setLastError(raw::kRawErrorCode, file_->path() + ": " + error);
-          return {};
-        }
-      } else {
-        file_->gather(plot_, wanted, outputs);
-      }
-      for (size_t k = 0; k < wanted.size(); ++k) {
-        auto vector = makeVector(wanted[k], buffers[k].column());
-        if (wanted[k] == 0) {
-          scale_ = std::move(vector);
-        } else {
-          vectors[wanted[k]] = std::move(vector);
-        }
-      }
+    } else if (!readBinaryColumns(columns, store, vectors)) {
+      return {};
     }
-    const std::shared_ptr<const RawVector>& x = scaleVector();
     for (size_t i = 0; i < columns.size(); ++i) {
       const int column = columns[i];
-      if (column < 0) {
-        continue;
+      if (column >= 0) {
+        values[i] = makeValue(column, column == 0 ? scaleVector() : vectors[column]);
       }
-      values[i] = RawValue::waveform(variables[static_cast<size_t>(column)].name, labels_, x,
-                                     column == 0 ? x : vectors[column]);
     }
     return values;
   }
@@ -445,10 +435,11 @@ class RawDataset : public Dataset {
   std::string name_;
   std::string type_;
   bool hasAxis_;
-  int elementType_;
+  bool waveforms_;
   std::shared_ptr<const ValueLabels> labels_;
   SignalList signals_;
-  mutable std::shared_ptr<const RawVector> scale_;
+  mutable std::shared_ptr<const ViewVector> scale_;
+  mutable std::vector<std::shared_ptr<const ViewVector>> stepScales_;
   bool storeWanted_ = false;
   mutable bool storeFailed_ = false;
   mutable std::shared_ptr<const raw::ColumnStore> store_;
@@ -543,12 +534,16 @@ std::unique_ptr<ResultsDir> RawBackend::open(const std::string& path) const {
   }
   auto dir = std::make_unique<RawResultsDir>(path);
   std::map<std::string, int> seen;
+  std::string warnings;
   for (const std::string& name : files) {
     std::string message;
     std::shared_ptr<const raw::RawFile> file = raw::RawFile::open(name, message);
     if (!file) {
       setLastError(raw::kRawErrorCode, message);
       return nullptr;
+    }
+    for (const std::string& warning : file->warnings()) {
+      warnings += (warnings.empty() ? "" : "; ") + warning;
     }
     for (size_t i = 0; i < file->plots().size(); ++i) {
       const std::string kind = raw::analysisKind(file->plots()[i].plotname);
@@ -557,6 +552,9 @@ std::unique_ptr<ResultsDir> RawBackend::open(const std::string& path) const {
       dir->add(std::make_unique<RawDataset>(file, i, std::move(datasetName),
                                             raw::analysisTypeOfKind(kind), path));
     }
+  }
+  if (!warnings.empty()) {
+    setLastError(raw::kRawWarningCode, std::move(warnings));
   }
   return dir;
 }

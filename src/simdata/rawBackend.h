@@ -23,6 +23,11 @@ class RawBackend : public Backend {
 
 namespace raw {
 
+/// The analysis title within a plot name that carries a parameter-step prefix ("Step
+/// Analysis: Step 1 of 3 params:  name = VGS value = 0.8  AC Analysis" -> "AC Analysis");
+/// other names as they are.
+std::string_view analysisTitle(std::string_view plotname);
+
 /// The analysis kind of a plot from its Plotname: "Transient Analysis" -> "tran",
 /// "Operating Point" -> "op", "DC transfer characteristic" -> "dc", "AC Analysis" -> "ac",
 /// any noise plot -> "noise", ...; otherwise the lower-cased first word.

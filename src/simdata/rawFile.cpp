@@ -4,10 +4,13 @@
 #include <bit>
 #include <charconv>
 #include <climits>
+#include <cmath>
 #include <cstring>
 #include <exception>
 #include <numeric>
 #include <optional>
+
+#include "simdata/rawHeaderText.h"
 
 namespace simdata::raw {
 
@@ -100,6 +103,20 @@ double loadDouble(const char* bytes) {
   return std::bit_cast<double>(bits);
 }
 
+float loadFloat(const char* bytes) {
+  uint32_t bits;
+  std::memcpy(&bits, bytes, sizeof bits);
+  if constexpr (std::endian::native == std::endian::big) {
+    bits = __builtin_bswap32(bits);
+  }
+  return std::bit_cast<float>(bits);
+}
+
+/// One stored value as a double (the real part of a complex pair).
+double loadElement(const char* bytes, Element element) {
+  return element == Element::kFloat32 ? static_cast<double>(loadFloat(bytes)) : loadDouble(bytes);
+}
+
 /// Where a parse error lies: a line number while the file so far is text, a byte offset once
 /// binary data has been passed (line numbers mean nothing there).
 enum class Place { kLineIfText, kByteOffset };
@@ -126,11 +143,17 @@ class Parser {
       Plot plot;
       parsePlot(plot, static_cast<int>(plots.size()) + 1);
       plots.push_back(std::move(plot));
+      const size_t afterData = pos_;
       skipSpace();
-      if (!atEnd() && !atHeaderLine()) {
-        fail(pos_, Place::kLineIfText,
-             "unexpected text after the data of plot " + std::to_string(plots.size()) +
-                 " (does the header announce too few points?)");
+      if (!atEnd() && !atHeaderLine(pos_)) {
+        // Some writers leave bytes after the data (a zero record, a text table): the plot
+        // count says where the data ends, and what follows is no plot.
+        const Place place = afterData >= firstBinary_ ? Place::kByteOffset : Place::kLineIfText;
+        warnings_.push_back(locate(ParseError(
+            pos_, place,
+            std::to_string(bytes_.size() - afterData) + " bytes after the data of plot " +
+                std::to_string(plots.size()) + " do not start a plot and were ignored")));
+        pos_ = bytes_.size();
       }
     }
   }
@@ -146,6 +169,8 @@ class Parser {
     return "byte offset " + std::to_string(error.offset) + ": " + error.message;
   }
 
+  std::vector<std::string>& warnings() { return warnings_; }
+
  private:
   [[noreturn]] void fail(size_t at, Place where, std::string text) const {
     throw ParseError(at, where, std::move(text));
@@ -159,29 +184,21 @@ class Parser {
     }
   }
 
-  /// The next line without its end (and without a carriage return before it).
-  std::string_view readLine(size_t& start) {
-    start = pos_;
-    const void* found = std::memchr(bytes_.data() + pos_, '\n', bytes_.size() - pos_);
-    const size_t end = found != nullptr
-                           ? static_cast<size_t>(static_cast<const char*>(found) - bytes_.data())
-                           : bytes_.size();
-    std::string_view line = bytes_.substr(pos_, end - pos_);
-    pos_ = end < bytes_.size() ? end + 1 : end;
-    if (!line.empty() && line.back() == '\r') {
-      line.remove_suffix(1);
+  /// True when the text at byte `at` is a "Key:" line of a plot header (in either encoding).
+  bool atHeaderLine(size_t at) const {
+    const HeaderEncoding encoding = detectHeaderEncoding(bytes_, at);
+    const size_t window = encoding == HeaderEncoding::kUtf16le ? 160 : 80;
+    HeaderLines lines(bytes_.substr(0, std::min(bytes_.size(), at + window)), at, encoding);
+    std::string_view line;
+    size_t start = 0;
+    if (!lines.next(line, start)) {
+      return false;
     }
-    return line;
-  }
-
-  /// True when the text at the current position is a "Key:" line of a plot header.
-  bool atHeaderLine() const {
-    const std::string_view rest = bytes_.substr(pos_, 80);
-    const size_t colon = rest.find(':');
+    const size_t colon = line.find(':');
     if (colon == std::string_view::npos) {
       return false;
     }
-    const std::string_view key = trim(rest.substr(0, colon));
+    const std::string_view key = trim(line.substr(0, colon));
     return looksLikeKey(key) && isKnownKey(lower(key));
   }
 
@@ -203,23 +220,39 @@ class Parser {
     return static_cast<int>(value);
   }
 
+  /// The number of values a "dims=d1,d2,..." option announces (their product), capped at
+  /// INT_MAX; null when the option is malformed.
+  static std::optional<int> dimsLength(std::string_view option) {
+    long long product = 1;
+    for (std::string_view rest = option; !rest.empty();) {
+      const size_t comma = rest.find(',');
+      const auto count = parseCount(rest.substr(0, comma));
+      if (!count) {
+        return std::nullopt;
+      }
+      product = std::min<long long>(product * *count, INT_MAX);
+      rest = comma == std::string_view::npos ? std::string_view() : rest.substr(comma + 1);
+    }
+    return static_cast<int>(product);
+  }
+
   void parsePlot(Plot& plot, int number) {
     plot.headerOffset = pos_;
-    if (pos_ + 1 < bytes_.size() && bytes_[pos_ + 1] == '\0') {
-      fail(pos_, Place::kLineIfText, "UTF-16 encoded headers are not supported");
-    }
+    const HeaderEncoding encoding = detectHeaderEncoding(bytes_, pos_);
+    plot.utf16Header = encoding == HeaderEncoding::kUtf16le;
+    HeaderLines lines(bytes_, pos_, encoding);
     std::optional<int> variableCount;
     std::optional<int> pointCount;
     bool havePlotname = false;
-    std::string_view firstVariable;
+    std::string firstVariable;
     size_t firstVariableAt = 0;
     for (;;) {
-      if (atEnd()) {
-        fail(pos_, Place::kLineIfText,
+      std::string_view line;
+      size_t lineStart = 0;
+      if (!lines.next(line, lineStart)) {
+        fail(lines.position(), Place::kLineIfText,
              "the header of plot " + std::to_string(number) + " ends before 'Variables:'");
       }
-      size_t lineStart = 0;
-      const std::string_view line = readLine(lineStart);
       if (trim(line).empty()) {
         continue;
       }
@@ -254,12 +287,6 @@ class Parser {
       } else if (key == "flags") {
         for (std::string_view word : splitWords(value)) {
           plot.flags.emplace_back(word);
-          const std::string flag = lower(word);
-          if (flag == "complex") {
-            plot.numbers = Numbers::kComplex;
-          } else if (flag == "real") {
-            plot.numbers = Numbers::kReal;
-          }
         }
       } else if (key == "no. variables") {
         variableCount = parseCount(value);
@@ -284,14 +311,69 @@ class Parser {
     if (!pointCount) {
       fail(firstVariableAt, Place::kLineIfText, "the header has no 'No. Points:' line");
     }
-    parseVariables(plot, *variableCount, firstVariable, firstVariableAt);
-    parseMarker(plot);
-    checkPadding(plot, *pointCount);
+    parseVariables(lines, plot, *variableCount, firstVariable, firstVariableAt);
+    parseMarker(lines, plot);
+    pos_ = lines.position();
+    const Flags flags = applyFlags(plot);
     if (plot.layout == DataLayout::kBinary) {
-      readBinary(plot, *pointCount, number);
+      if (flags.unpadded && hasShortVectors(plot, *pointCount)) {
+        readUnpaddedBinary(plot, *pointCount, number);
+      } else {
+        readBinary(plot, *pointCount, number);
+      }
     } else {
-      readAscii(plot, *pointCount, number);
+      readAscii(plot, *pointCount, number, flags.unpadded);
     }
+    if (flags.stepped) {
+      findSteps(plot);
+    }
+  }
+
+  struct Flags {
+    bool unpadded = false;
+    bool stepped = false;
+  };
+
+  /// Reads the flags and settles how each value is stored: float64 everywhere, except in
+  /// the files of the writer recognised by its UTF-16 header or its "Command:" line, which
+  /// stores real values after the first variable as float32 unless the plot says "double".
+  /// Complex plots store every value, the scale included, as two float64.
+  Flags applyFlags(Plot& plot) const {
+    Flags flags;
+    bool doubles = false;
+    for (const std::string& word : plot.flags) {
+      const std::string flag = lower(word);
+      if (flag == "complex") {
+        plot.numbers = Numbers::kComplex;
+      } else if (flag == "real") {
+        plot.numbers = Numbers::kReal;
+      } else if (flag == "double") {
+        doubles = true;
+      } else if (flag == "fastaccess") {
+        plot.variableMajor = true;
+      } else if (flag == "stepped") {
+        flags.stepped = true;
+      } else if (flag == "unpadded") {
+        flags.unpadded = true;
+      }
+    }
+    const bool singles =
+        plot.utf16Header || lower(plot.command).find("ltspice") != std::string::npos;
+    for (size_t v = 0; v < plot.variables.size(); ++v) {
+      Variable& variable = plot.variables[v];
+      variable.element = plot.numbers == Numbers::kComplex ? Element::kComplex
+                         : singles && !doubles && v > 0 ? Element::kFloat32
+                                                          : Element::kFloat64;
+    }
+    // Its time values carry a sign flag that is no part of the value.
+    plot.absoluteScale = singles && lower(plot.plotname).find("transient") != std::string::npos;
+    return flags;
+  }
+
+  /// Whether a variable announces fewer values than the plot has points ("dims=").
+  bool hasShortVectors(const Plot& plot, int points) const {
+    return std::any_of(plot.variables.begin(), plot.variables.end(),
+                       [&](const Variable& v) { return v.length >= 0 && v.length < points; });
   }
 
   void addVariable(Plot& plot, std::string_view line, size_t lineStart) {
@@ -309,24 +391,35 @@ class Parser {
     Variable variable;
     variable.name = words[1];
     variable.type = words[2];
+    variable.length = -1;
     for (size_t i = 3; i < words.size(); ++i) {
       variable.options.emplace_back(words[i]);
+      if (lower(words[i]).starts_with("dims=")) {
+        const auto length = dimsLength(words[i].substr(5));
+        if (!length) {
+          fail(lineStart, Place::kLineIfText,
+               "variable " + std::to_string(index) + " has a malformed option '" +
+                   excerpt(words[i]) + "'");
+        }
+        variable.length = *length;
+      }
     }
     plot.variables.push_back(std::move(variable));
   }
 
-  void parseVariables(Plot& plot, int count, std::string_view first, size_t firstAt) {
-    if (!first.empty()) {
+  void parseVariables(HeaderLines& lines, Plot& plot, int count, std::string_view first,
+                      size_t firstAt) {
+    if (!trim(first).empty()) {
       addVariable(plot, first, firstAt);
     }
     while (plot.variableCount() < count) {
-      if (atEnd()) {
-        fail(pos_, Place::kLineIfText,
+      std::string_view line;
+      size_t lineStart = 0;
+      if (!lines.next(line, lineStart)) {
+        fail(lines.position(), Place::kLineIfText,
              "the variable list ends after " + std::to_string(plot.variableCount()) + " of " +
                  std::to_string(count) + " variables");
       }
-      size_t lineStart = 0;
-      const std::string_view line = readLine(lineStart);
       const std::string_view text = trim(line);
       if (text.empty()) {
         continue;
@@ -341,19 +434,23 @@ class Parser {
     }
   }
 
-  void parseMarker(Plot& plot) {
+  void parseMarker(HeaderLines& lines, Plot& plot) {
     for (;;) {
-      if (atEnd()) {
-        fail(pos_, Place::kLineIfText, "the file ends before 'Values:' or 'Binary:'");
-      }
+      std::string_view line;
       size_t lineStart = 0;
-      const std::string_view line = readLine(lineStart);
+      if (!lines.next(line, lineStart)) {
+        fail(lines.position(), Place::kLineIfText, "the file ends before 'Values:' or 'Binary:'");
+      }
       const std::string_view text = trim(line);
       if (text.empty()) {
         continue;
       }
       const std::string marker = text.size() == 7 ? lower(text) : std::string();
       if (marker == "values:") {
+        if (lines.encoding() == HeaderEncoding::kUtf16le) {
+          fail(lineStart, Place::kLineIfText,
+               "text values after a UTF-16 header are not read (only binary data is)");
+        }
         plot.layout = DataLayout::kAscii;
         return;
       }
@@ -367,57 +464,125 @@ class Parser {
     }
   }
 
-  /// Unpadded plots leave short vectors out of the later records, so records differ in size;
-  /// that layout is not read yet.
-  void checkPadding(const Plot& plot, int points) const {
-    const bool unpadded = std::any_of(plot.flags.begin(), plot.flags.end(),
-                                      [](const std::string& f) { return lower(f) == "unpadded"; });
-    if (!unpadded) {
-      return;
+  /// Decoded data takes 8 bytes per value and point. When padding short vectors of an
+  /// unpadded plot would blow that far beyond the file's own size, the plot is refused
+  /// rather than allocated.
+  void checkPaddedSize(const Plot& plot, int points, int number) const {
+    const double bytes = 8.0 * static_cast<double>(plot.variableCount()) * points;
+    if (bytes > 16.0 * static_cast<double>(bytes_.size()) + 64.0 * 1024 * 1024) {
+      fail(plot.headerOffset, Place::kLineIfText,
+           "plot " + std::to_string(number) + " is unpadded and padding its " +
+               std::to_string(plot.variableCount()) + " short vectors to " +
+               std::to_string(points) + " points would take far more memory than the file");
     }
-    for (const Variable& variable : plot.variables) {
-      for (const std::string& option : variable.options) {
-        if (option.starts_with("dims=")) {
-          const auto length = parseCount(std::string_view(option).substr(5));
-          if (!length || *length < points) {
-            fail(plot.headerOffset, Place::kLineIfText,
-                 "unpadded plots with short vectors are not supported (variable " + variable.name +
-                     ")");
-          }
-        }
-      }
+  }
+
+  /// Counts the whole records of a plot announced with 0 points (an interrupted run): up to
+  /// the end of the file or the header of a further plot.
+  int countRecords(const Plot& plot, int number) const {
+    const size_t remaining = bytes_.size() - pos_;
+    size_t count = 0;
+    while (remaining - count * plot.recordBytes >= plot.recordBytes &&
+           count < static_cast<size_t>(INT_MAX) && !atHeaderLine(pos_ + count * plot.recordBytes)) {
+      ++count;
     }
+    const size_t end = pos_ + count * plot.recordBytes;
+    if (end < bytes_.size() && !atHeaderLine(end)) {
+      fail(bytes_.size(), Place::kByteOffset,
+           "binary data of plot " + std::to_string(number) +
+               " (announced with 0 points) ends inside a record");
+    }
+    return static_cast<int>(count);
   }
 
   void readBinary(Plot& plot, int points, int number) {
     plot.dataOffset = pos_;
     firstBinary_ = std::min(firstBinary_, pos_);
-    plot.recordBytes = static_cast<size_t>(plot.variableCount()) * plot.valueBytes();
+    plot.recordBytes = 0;
+    for (const Variable& variable : plot.variables) {
+      plot.recordBytes += elementBytes(variable.element);
+    }
+    if (points == 0 && !plot.variableMajor) {
+      points = countRecords(plot, number);
+    }
     const size_t remaining = bytes_.size() - pos_;
     const size_t complete = remaining / plot.recordBytes;
-    if (points == 0) {
-      // An interrupted batch run leaves the count at 0 with data behind it: count the records.
-      if (remaining == 0 || atHeaderLine()) {
-        plot.points = 0;
-        return;
-      }
-      if (remaining % plot.recordBytes != 0 || complete > static_cast<size_t>(INT_MAX)) {
-        fail(bytes_.size(), Place::kByteOffset,
-             "binary data of plot " + std::to_string(number) +
-                 " (announced with 0 points) ends inside a record");
-      }
-      plot.points = static_cast<int>(complete);
-    } else {
-      if (complete < static_cast<size_t>(points)) {
-        fail(bytes_.size(), Place::kByteOffset,
-             "binary data of plot " + std::to_string(number) +
-                 " is truncated: " + std::to_string(complete) + " complete of " +
-                 std::to_string(points) + " points of " + std::to_string(plot.recordBytes) +
-                 " bytes from byte offset " + std::to_string(plot.dataOffset));
-      }
-      plot.points = points;
+    if (complete < static_cast<size_t>(points)) {
+      fail(bytes_.size(), Place::kByteOffset,
+           "binary data of plot " + std::to_string(number) + " is truncated: " +
+               std::to_string(complete) + " complete of " + std::to_string(points) +
+               " points of " + std::to_string(plot.recordBytes) + " bytes from byte offset " +
+               std::to_string(plot.dataOffset));
+    }
+    plot.points = points;
+    size_t offset = 0;
+    for (Variable& variable : plot.variables) {
+      variable.offset = offset;
+      const size_t size = elementBytes(variable.element);
+      offset += plot.variableMajor ? size * static_cast<size_t>(points) : size;
     }
     pos_ = plot.dataOffset + static_cast<size_t>(plot.points) * plot.recordBytes;
+  }
+
+  /// Unpadded binary data: a variable shorter than the plot is absent from the records after
+  /// its last value, so records differ in size; the values are decoded, short vectors padded
+  /// with zeros.
+  void readUnpaddedBinary(Plot& plot, int points, int number) {
+    plot.dataOffset = pos_;
+    firstBinary_ = std::min(firstBinary_, pos_);
+    const size_t remaining = bytes_.size() - pos_;
+    size_t total = 0;
+    for (const Variable& variable : plot.variables) {
+      const size_t length = static_cast<size_t>(std::min(variable.length < 0 ? points : variable.length, points));
+      const size_t bytes = length * elementBytes(variable.element);
+      if (bytes > remaining - total) {
+        fail(bytes_.size(), Place::kByteOffset,
+             "binary data of plot " + std::to_string(number) + " is truncated: variable " +
+                 variable.name + " needs bytes beyond the end of the file");
+      }
+      total += bytes;
+    }
+    checkPaddedSize(plot, points, number);
+    const size_t count = static_cast<size_t>(points);
+    auto decoded = std::make_shared<std::vector<double>>(plot.variables.size() * count, 0.0);
+    const char* at = bytes_.data() + pos_;
+    for (size_t p = 0; p < count; ++p) {
+      for (size_t v = 0; v < plot.variables.size(); ++v) {
+        const Variable& variable = plot.variables[v];
+        if (variable.length >= 0 && p >= static_cast<size_t>(variable.length)) {
+          continue;
+        }
+        (*decoded)[v * count + p] = loadElement(at, variable.element);
+        at += elementBytes(variable.element);
+      }
+    }
+    finishDecoded(plot, points, std::move(decoded));
+    pos_ += total;
+  }
+
+  /// The scale's first value starts a run of a stepped plot wherever it comes back.
+  void findSteps(Plot& plot) const {
+    if (plot.points <= 0) {
+      return;
+    }
+    const size_t points = static_cast<size_t>(plot.points);
+    auto scaleAt = [&](size_t p) {
+      if (plot.decoded) {
+        return (*plot.decoded)[p];
+      }
+      const Variable& scale = plot.variables.front();
+      const double value = loadElement(bytes_.data() + plot.dataOffset + scale.offset +
+                                           p * plot.stride(0),
+                                       scale.element);
+      return plot.absoluteScale ? std::fabs(value) : value;
+    };
+    const double first = scaleAt(0);
+    plot.stepStarts.push_back(0);
+    for (size_t p = 1; p < points; ++p) {
+      if (scaleAt(p) == first) {
+        plot.stepStarts.push_back(static_cast<int>(p));
+      }
+    }
   }
 
   /// Start and end of the next whitespace-separated token, or false at the end of the data.
@@ -518,17 +683,26 @@ class Parser {
     }
   }
 
-  void readAscii(Plot& plot, int points, int number) {
+  /// Whether point p of a plot lists variable v (unpadded plots leave short vectors out).
+  static bool listed(const Variable& variable, bool unpadded, int p) {
+    return !unpadded || variable.length < 0 || p < variable.length;
+  }
+
+  void readAscii(Plot& plot, int points, int number, bool unpadded) {
     const size_t variables = static_cast<size_t>(plot.variableCount());
     if (points > 0) {
       // Every value takes at least two bytes of text, so a count the rest of the file cannot
       // hold is refused before anything is allocated for it.
       const size_t remaining = bytes_.size() - pos_;
-      if (static_cast<size_t>(points) > (remaining + 1) / 2 / (variables + 1)) {
+      const size_t perPoint = unpadded ? 1 : variables + 1;
+      if (static_cast<size_t>(points) > (remaining + 1) / 2 / perPoint) {
         fail(bytes_.size(), Place::kLineIfText,
              "the data of plot " + std::to_string(number) + " is truncated: " +
                  std::to_string(points) + " points of " + std::to_string(variables) +
                  " variables cannot fit in the remaining " + std::to_string(remaining) + " bytes");
+      }
+      if (unpadded) {
+        checkPaddedSize(plot, points, number);
       }
       auto decoded = std::make_shared<std::vector<double>>(variables * static_cast<size_t>(points));
       double* out = decoded->data();
@@ -536,14 +710,15 @@ class Parser {
         readPointIndex(p, points);
         for (size_t v = 0; v < variables; ++v) {
           out[v * static_cast<size_t>(points) + static_cast<size_t>(p)] =
-              readValue(plot, p, static_cast<int>(v));
+              listed(plot.variables[v], unpadded, p) ? readValue(plot, p, static_cast<int>(v))
+                                                      : 0.0;
         }
       }
-      plot.points = points;
-      plot.decoded = std::move(decoded);
+      finishDecoded(plot, points, std::move(decoded));
       return;
     }
-    // A count of 0 with data behind it (an interrupted run): read points while they come.
+    // A count of 0 with data behind it (an interrupted run, or a writer that leaves the count
+    // of all but its last plot at 0): read points while they come.
     std::vector<double> rows;
     int count = 0;
     for (;;) {
@@ -553,7 +728,9 @@ class Parser {
       }
       readPointIndex(count, count + 1);
       for (size_t v = 0; v < variables; ++v) {
-        rows.push_back(readValue(plot, count, static_cast<int>(v)));
+        rows.push_back(listed(plot.variables[v], unpadded, count)
+                           ? readValue(plot, count, static_cast<int>(v))
+                           : 0.0);
       }
       ++count;
     }
@@ -563,19 +740,39 @@ class Parser {
         (*decoded)[v * static_cast<size_t>(count) + p] = rows[p * variables + v];
       }
     }
-    plot.points = count;
+    finishDecoded(plot, count, std::move(decoded));
+  }
+
+  static void finishDecoded(Plot& plot, int points, std::shared_ptr<std::vector<double>> decoded) {
+    if (plot.absoluteScale) {
+      for (size_t p = 0; p < static_cast<size_t>(points); ++p) {
+        (*decoded)[p] = std::fabs((*decoded)[p]);
+      }
+    }
+    plot.points = points;
     plot.decoded = std::move(decoded);
   }
 
   std::string_view bytes_;
   size_t pos_ = 0;
   size_t firstBinary_ = SIZE_MAX;
+  std::vector<std::string> warnings_;
 };
 
 }  // namespace
 
+bool Plot::uniformRecords() const {
+  if (layout != DataLayout::kBinary || decoded || variableMajor) {
+    return false;
+  }
+  const Element first = variables.empty() ? Element::kFloat64 : variables.front().element;
+  return first != Element::kFloat32 &&
+         std::all_of(variables.begin(), variables.end(),
+                     [&](const Variable& v) { return v.element == first; });
+}
+
 bool parsePlots(std::string_view bytes, const std::string& path, std::vector<Plot>& plots,
-                std::string& error) {
+                std::string& error, std::vector<std::string>* warnings) {
   Parser parser(bytes);
   try {
     parser.run(plots);
@@ -588,6 +785,11 @@ bool parsePlots(std::string_view bytes, const std::string& path, std::vector<Plo
     plots.clear();
     return false;
   }
+  if (warnings != nullptr) {
+    for (const std::string& warning : parser.warnings()) {
+      warnings->push_back(path + ": " + warning);
+    }
+  }
   return true;
 }
 
@@ -599,7 +801,7 @@ std::shared_ptr<const RawFile> RawFile::open(const std::string& path, std::strin
     error = path + ": " + mapError;
     return nullptr;
   }
-  if (!parsePlots(file->map_.view(), path, file->plots_, error)) {
+  if (!parsePlots(file->map_.view(), path, file->plots_, error, &file->warnings_)) {
     return nullptr;
   }
   return file;
@@ -609,19 +811,89 @@ double RawFile::valueAt(const Plot& plot, int v, int p) const {
   if (v < 0 || v >= plot.variableCount() || p < 0 || p >= plot.points) {
     return 0.0;
   }
-  if (plot.layout == DataLayout::kAscii) {
+  if (plot.decoded) {
     return (*plot.decoded)[static_cast<size_t>(v) * static_cast<size_t>(plot.points) +
                            static_cast<size_t>(p)];
   }
-  return loadDouble(map_.data() + plot.dataOffset + static_cast<size_t>(p) * plot.recordBytes +
-                    static_cast<size_t>(v) * plot.valueBytes());
+  const Variable& variable = plot.variables[static_cast<size_t>(v)];
+  const double value = loadElement(map_.data() + plot.dataOffset + variable.offset +
+                                       static_cast<size_t>(p) * plot.stride(v),
+                                   variable.element);
+  return v == 0 && plot.absoluteScale ? std::fabs(value) : value;
 }
+
+namespace {
+
+/// Copies values of one column (`count` values `stride` bytes apart) into doubles.
+void copyColumn(const char* at, size_t stride, Element element, size_t count, double* out) {
+  if (element == Element::kFloat32) {
+    for (size_t p = 0; p < count; ++p) {
+      out[p] = static_cast<double>(loadFloat(at + p * stride));
+    }
+  } else {
+    for (size_t p = 0; p < count; ++p) {
+      out[p] = loadDouble(at + p * stride);
+    }
+  }
+}
+
+void copyColumn(const char* at, size_t stride, Element, size_t count, float* out) {
+  for (size_t p = 0; p < count; ++p) {
+    out[p] = loadFloat(at + p * stride);
+  }
+}
+
+/// Gathers columns of binary data into typed outputs. Point-major records are visited in
+/// tiles of a few dozen points by a few hundred columns (a blocked transpose): within a tile
+/// each output receives a run of consecutive values while the tile's records stay cached.
+/// Writing one value to each of ten thousand outputs per record instead misses the cache and
+/// the TLB on nearly every store (2-3 times slower). Columns stored one after the other are
+/// copied one by one.
+template <typename T>
+void gatherBinary(const char* base, const Plot& plot, std::span<const int> columns,
+                  std::span<T* const> outputs) {
+  const size_t points = static_cast<size_t>(plot.points);
+  const size_t count = std::min(columns.size(), outputs.size());
+  if (plot.variableMajor) {
+    for (size_t k = 0; k < count; ++k) {
+      const Variable& variable = plot.variables[static_cast<size_t>(columns[k])];
+      copyColumn(base + variable.offset, plot.stride(columns[k]), variable.element, points,
+                 outputs[k]);
+    }
+    return;
+  }
+  // Visit the columns in record order so each record is read front to back.
+  std::vector<size_t> order(count);
+  std::iota(order.begin(), order.end(), size_t{0});
+  std::sort(order.begin(), order.end(),
+            [&](size_t a, size_t b) { return columns[a] < columns[b]; });
+  constexpr size_t kTilePoints = 32;
+  constexpr size_t kTileColumns = 256;
+  for (size_t p0 = 0; p0 < points; p0 += kTilePoints) {
+    const size_t p1 = std::min(points, p0 + kTilePoints);
+    for (size_t k0 = 0; k0 < count; k0 += kTileColumns) {
+      const size_t k1 = std::min(count, k0 + kTileColumns);
+      for (size_t k = k0; k < k1; ++k) {
+        const Variable& variable = plot.variables[static_cast<size_t>(columns[order[k]])];
+        copyColumn(base + variable.offset + p0 * plot.recordBytes, plot.recordBytes,
+                   variable.element, p1 - p0, outputs[order[k]] + p0);
+      }
+    }
+  }
+}
+
+bool columnsValid(const Plot& plot, std::span<const int> columns, size_t count) {
+  return std::all_of(columns.begin(), columns.begin() + static_cast<std::ptrdiff_t>(count),
+                     [&](int c) { return c >= 0 && c < plot.variableCount(); });
+}
+
+}  // namespace
 
 void RawFile::gather(const Plot& plot, std::span<const int> columns,
                      std::span<double* const> outputs) const {
   const size_t points = static_cast<size_t>(plot.points);
   const size_t count = std::min(columns.size(), outputs.size());
-  if (plot.layout == DataLayout::kAscii) {
+  if (plot.decoded) {
     for (size_t k = 0; k < count; ++k) {
       if (columns[k] < 0 || columns[k] >= plot.variableCount()) {
         continue;  // callers pass columns of this plot only
@@ -631,40 +903,36 @@ void RawFile::gather(const Plot& plot, std::span<const int> columns,
     }
     return;
   }
-  // Visit the columns in record order so each record is read front to back.
-  std::vector<size_t> order(count);
-  std::iota(order.begin(), order.end(), size_t{0});
-  std::sort(order.begin(), order.end(),
-            [&](size_t a, size_t b) { return columns[a] < columns[b]; });
-  std::vector<size_t> offsets(count);
-  std::vector<double*> targets(count);
-  for (size_t k = 0; k < count; ++k) {
-    offsets[k] = static_cast<size_t>(columns[order[k]]) * plot.valueBytes();
-    targets[k] = outputs[order[k]];
-  }
-  if (count > 0 && (columns[order.front()] < 0 || columns[order.back()] >= plot.variableCount())) {
+  if (!columnsValid(plot, columns, count)) {
     return;  // callers pass columns of this plot only
   }
-  // One pass over the records, in tiles of a few dozen points by a few hundred columns (a
-  // blocked transpose): within a tile each output receives a run of consecutive values while
-  // the tile's record lines stay cached. Writing one value to each of ten thousand outputs per
-  // record instead misses the cache and the TLB on nearly every store (2-3 times slower).
-  constexpr size_t kTilePoints = 32;
-  constexpr size_t kTileColumns = 256;
-  const char* base = map_.data() + plot.dataOffset;
-  for (size_t p0 = 0; p0 < points; p0 += kTilePoints) {
-    const size_t p1 = std::min(points, p0 + kTilePoints);
-    for (size_t k0 = 0; k0 < count; k0 += kTileColumns) {
-      const size_t k1 = std::min(count, k0 + kTileColumns);
-      for (size_t k = k0; k < k1; ++k) {
-        double* out = targets[k];
-        const char* at = base + offsets[k];
-        for (size_t p = p0; p < p1; ++p) {
-          out[p] = loadDouble(at + p * plot.recordBytes);
-        }
+  gatherBinary<double>(map_.data() + plot.dataOffset, plot, columns.first(count),
+                       outputs.first(count));
+  if (plot.absoluteScale) {
+    for (size_t k = 0; k < count; ++k) {
+      if (columns[k] == 0) {
+        std::transform(outputs[k], outputs[k] + points, outputs[k],
+                       [](double v) { return std::fabs(v); });
       }
     }
   }
+}
+
+void RawFile::gatherFloats(const Plot& plot, std::span<const int> columns,
+                           std::span<float* const> outputs) const {
+  const size_t count = std::min(columns.size(), outputs.size());
+  if (plot.decoded || !columnsValid(plot, columns, count)) {
+    return;
+  }
+  std::vector<int> singles;
+  std::vector<float*> targets;
+  for (size_t k = 0; k < count; ++k) {
+    if (plot.variables[static_cast<size_t>(columns[k])].element == Element::kFloat32) {
+      singles.push_back(columns[k]);
+      targets.push_back(outputs[k]);
+    }
+  }
+  gatherBinary<float>(map_.data() + plot.dataOffset, plot, singles, targets);
 }
 
 }  // namespace simdata::raw

@@ -1,5 +1,6 @@
 #include "simdata/viewValues.h"
 
+#include <algorithm>
 #include <cstdint>
 
 namespace simdata {
@@ -23,12 +24,14 @@ int8_t toInt8(double v) {
 }  // namespace
 
 ViewVector::ViewVector(std::string name, std::string units, int type,
-                       std::shared_ptr<const void> owner, std::span<const double> values)
+                       std::shared_ptr<const void> owner, std::span<const double> values,
+                       bool mayHoldNaN)
     : name_(std::move(name)),
       units_(std::move(units)),
       type_(type),
       owner_(std::move(owner)),
-      values_(values) {}
+      values_(values),
+      mayHoldNaN_(mayHoldNaN) {}
 
 ViewVector::ViewVector(std::string name, std::string units, std::shared_ptr<const void> owner,
                        std::span<const float> values)

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string_view>
 #include <span>
 #include <string>
 #include <variant>
@@ -19,8 +20,9 @@ namespace simdata {
 /// data viewed through its real parts), which getDataVectorAt reads as 0.0.
 class ViewVector : public DataVector {
  public:
+  /// `mayHoldNaN` false promises that no element is NaN (see DataVector::mayHoldNaN).
   ViewVector(std::string name, std::string units, int type, std::shared_ptr<const void> owner,
-             std::span<const double> values);
+             std::span<const double> values, bool mayHoldNaN = true);
   ViewVector(std::string name, std::string units, std::shared_ptr<const void> owner,
              std::span<const float> values);
 
@@ -33,6 +35,7 @@ class ViewVector : public DataVector {
   int32_t intAt(int i) const override;
   int8_t int8At(int i) const override;
   std::span<const double> doubles() const override;
+  bool mayHoldNaN() const override { return mayHoldNaN_; }
 
   /// The elements `first` .. `first + count - 1` as a vector of their own (same owner).
   std::shared_ptr<const ViewVector> slice(size_t first, size_t count) const;
@@ -43,6 +46,7 @@ class ViewVector : public DataVector {
   int type_;
   std::shared_ptr<const void> owner_;
   std::variant<std::span<const double>, std::span<const float>> values_;
+  bool mayHoldNaN_ = true;
 };
 
 /// Texts that every value of a dataset shares.
