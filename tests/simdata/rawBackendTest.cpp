@@ -38,6 +38,13 @@ TEST(RawNaming, KindsTypesAndBareNames) {
       {"DC transfer characteristic", "dc", "dc"},
       {"AC Analysis", "ac", "ac"},
       {"Step Analysis: Step 1 of 3 params: x AC Analysis", "ac", "ac"},
+      // The title follows the last parameter value, whatever the parameter is called.
+      {"Step Analysis: Step 1 of 2 params:  name = transient value = 1  Noise Spectral Density",
+       "noise", "noise"},
+      {"DC Sweep: Step 2 of 6 params:  name = V1 value = 0  DC transfer characteristic", "dc",
+       "dc"},
+      {"Step Analysis: Step 1 of 2 params:  name = A value = 1 name = B value = 2  SP Analysis",
+       "sp", "sp"},
       {"Noise Spectral Density Curves", "noise", "noise"},
       {"Integrated Noise", "noise", "noise"},
       {"Transfer Function", "tf", "tf"},
