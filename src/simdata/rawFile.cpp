@@ -5,6 +5,7 @@
 #include <charconv>
 #include <climits>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <exception>
 #include <numeric>
@@ -327,6 +328,85 @@ class Parser {
     if (flags.stepped) {
       findSteps(plot);
     }
+    checkValues(plot, number);
+  }
+
+  /// Values a simulator should never write, reported but kept: a time axis that runs
+  /// backwards within a run or holds NaN or infinities, and NaN or infinite values in text
+  /// data (decoded anyway; mapped binary values are not scanned, that would be a pass over the
+  /// whole file).
+  void checkValues(const Plot& plot, int number) {
+    if (plot.points <= 0 || plot.variables.empty()) {
+      return;
+    }
+    const std::string where = "plot " + std::to_string(number) + ": ";
+    const size_t points = static_cast<size_t>(plot.points);
+    const Variable& scale = plot.variables.front();
+    if (lower(scale.type) == "time") {
+      auto timeAt = [&](size_t p) {
+        if (plot.decoded) {
+          return (*plot.decoded)[p];
+        }
+        const double value = loadElement(
+            bytes_.data() + plot.dataOffset + scale.offset + p * plot.stride(0), scale.element);
+        return plot.absoluteScale ? std::fabs(value) : value;
+      };
+      size_t nextStep = 1;  // stepped plots: a new run may start anywhere the scale restarts
+      for (size_t p = 0; p < points; ++p) {
+        const double t = timeAt(p);
+        if (!std::isfinite(t)) {
+          warnings_.push_back(where + "the time axis holds " + describe(t) + " at point " +
+                              std::to_string(p));
+          break;
+        }
+        if (nextStep < plot.stepStarts.size() &&
+            static_cast<size_t>(plot.stepStarts[nextStep]) == p) {
+          ++nextStep;
+          continue;
+        }
+        if (p > 0 && t < timeAt(p - 1)) {
+          warnings_.push_back(where + "the time axis goes backwards at point " +
+                              std::to_string(p) + " (" + shortNumber(t) + " after " +
+                              shortNumber(timeAt(p - 1)) + ")");
+          break;
+        }
+      }
+    }
+    if (!plot.decoded) {
+      return;
+    }
+    size_t nan = 0;
+    size_t infinite = 0;
+    size_t firstVariable = 0;
+    size_t firstPoint = 0;
+    for (size_t v = 0; v < plot.variables.size(); ++v) {
+      const double* column = plot.decoded->data() + v * points;
+      for (size_t p = 0; p < points; ++p) {
+        if (std::isfinite(column[p])) {
+          continue;
+        }
+        if (nan + infinite == 0 || (p < firstPoint)) {
+          firstVariable = v;
+          firstPoint = p;
+        }
+        ++(std::isnan(column[p]) ? nan : infinite);
+      }
+    }
+    if (nan + infinite > 0) {
+      warnings_.push_back(where + std::to_string(nan) + " NaN and " + std::to_string(infinite) +
+                          " infinite values, the first at point " + std::to_string(firstPoint) +
+                          " of " + plot.variables[firstVariable].name);
+    }
+  }
+
+  static std::string describe(double value) {
+    return std::isnan(value) ? "NaN" : value > 0 ? "+infinity" : "-infinity";
+  }
+
+  static std::string shortNumber(double value) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%g", value);
+    return text;
   }
 
   struct Flags {

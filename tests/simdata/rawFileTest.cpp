@@ -227,6 +227,62 @@ TEST(RawFile, BinaryPlotsBackToBackAndCountedPoints) {
   EXPECT_EQ(counted[0].points, 3);
 }
 
+/// A text raw file: the header text followed by one row of values per point.
+std::string asciiPlot(const std::string& header, const std::vector<std::vector<const char*>>& rows) {
+  std::string text = header + "Values:\n";
+  for (size_t p = 0; p < rows.size(); ++p) {
+    text += std::to_string(p);
+    for (const char* value : rows[p]) {
+      text += std::string("\t") + value + "\n";
+    }
+  }
+  return text;
+}
+
+TEST(RawFile, OddValuesAreReportedAndKept) {
+  const std::string tran2 = header("Transient Analysis", 2, 3);
+  const std::string stepped = header("Transient Analysis", 2, 4, "real stepped");
+  const std::string sweep =
+      "Plotname: DC transfer characteristic\nNo. Variables: 2\nNo. Points: 3\nVariables:\n"
+      "\t0\tv(in)\tvoltage\n\t1\tv(out)\tvoltage\n";
+  struct Case {
+    const char* name;
+    std::string bytes;
+    std::vector<std::string> warnings;
+  };
+  const Case cases[] = {
+      {"time runs backwards (text)", asciiPlot(tran2, {{"0", "1"}, {"2e-9", "1"}, {"1e-9", "1"}}),
+       {"mem.raw: plot 1: the time axis goes backwards at point 2 (1e-09 after 2e-09)"}},
+      {"time runs backwards (binary)", binaryPlot(tran2, {0, 1, 2e-9, 1, 1e-9, 1}),
+       {"mem.raw: plot 1: the time axis goes backwards at point 2 (1e-09 after 2e-09)"}},
+      {"NaN on the time axis",
+       asciiPlot(tran2, {{"0", "1"}, {"nan", "1"}, {"2e-9", "1"}}),
+       {"mem.raw: plot 1: the time axis holds NaN at point 1",
+        "mem.raw: plot 1: 1 NaN and 0 infinite values, the first at point 1 of time"}},
+      {"infinite time in binary data", binaryPlot(tran2, {0, 1, -INFINITY, 1, 1, 1}),
+       {"mem.raw: plot 1: the time axis holds -infinity at point 1"}},
+      {"NaN and infinite values (text)",
+       asciiPlot(tran2, {{"0", "1"}, {"1e-9", "inf"}, {"2e-9", "nan"}}),
+       {"mem.raw: plot 1: 1 NaN and 1 infinite values, the first at point 1 of v(n1)"}},
+      // Binary values other than the axis are not scanned (that would be a pass over the whole
+      // file); they reach the results as they are.
+      {"NaN values (binary)", binaryPlot(tran2, {0, NAN, 1e-9, 1, 2e-9, INFINITY}), {}},
+      {"a stepped plot restarts its time axis",
+       asciiPlot(stepped, {{"0", "1"}, {"1", "2"}, {"0", "3"}, {"1", "4"}}), {}},
+      {"a DC sweep may run downwards", asciiPlot(sweep, {{"5", "1"}, {"2.5", "2"}, {"0", "3"}}),
+       {}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    std::vector<Plot> plots;
+    std::string error;
+    std::vector<std::string> warnings;
+    ASSERT_TRUE(parsePlots(c.bytes, "mem.raw", plots, error, &warnings)) << error;
+    EXPECT_EQ(plots.size(), 1u);
+    EXPECT_EQ(warnings, c.warnings);
+  }
+}
+
 TEST(RawFile, GatherReadsAnyColumnsInOnePass) {
   testing_support::ScratchDir dir;
   std::vector<double> values;
