@@ -11,7 +11,7 @@ cases=$root/tests/e2e/cases
 
 mkdir -p "$out"
 out=$(cd "$out" && pwd)
-for target in command_file raw_file netlist database header_parameters network_data db_network; do
+for target in command_file raw_file psf_file netlist database header_parameters network_data db_network; do
   rm -rf "${out:?}/$target"
   mkdir -p "$out/$target"
 done
@@ -37,6 +37,19 @@ for f in "$cases"/*/cmd; do take command_file "$f"; done
 while IFS= read -r f; do
   take raw_file "$f"
 done < <(find "$root/tests/data" "$cases" -name '*.raw' -size -64k -type f | sort)
+
+# Real simulator results, when the shared samples are at hand (read where they are, never kept
+# in the project): raw files of every dialect and PSF ASCII files.
+samples=${KRA2_SAMPLES_DIR:-$root/../shared/samples}
+if [ -d "$samples" ]; then
+  while IFS= read -r f; do
+    cp "$f" "$out/raw_file/sample_$(echo "${f#"$samples"/}" | tr '/' '_')"
+  done < <(find "$samples" -name '*.raw' -size -64k -type f | sort)
+  while IFS= read -r f; do
+    cp "$f" "$out/psf_file/sample_$(echo "${f#"$samples"/}" | tr '/' '_')"
+  done < <(find "$samples/psfascii" -type f -size -64k | sort)
+fi
+printf 'HEADER\n"PSFversion" "1.00"\n"simulator" "x"\nSWEEP\n"time" "sweep" PROP(\n"key" "sweep"\n)\nTRACE\n"a" "V"\nVALUE\n"time" 0\n"a" 1\n"time" 1e-9\n"a" 2\nEND\n' > "$out/psf_file/hand"
 
 # Netlists, each under the plain grammar (first byte 0) and the peak-current grammar (16).
 while IFS= read -r f; do

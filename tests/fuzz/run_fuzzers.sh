@@ -12,7 +12,7 @@ here=$(cd "$(dirname "$0")" && pwd)
 jobs=${FUZZ_JOBS:-1}
 targets=("$@")
 if [ ${#targets[@]} -eq 0 ]; then
-  targets=(command_file raw_file netlist database header_parameters network_data db_network)
+  targets=(command_file raw_file psf_file netlist database header_parameters network_data db_network)
 fi
 
 fuzz=$build/fuzz
