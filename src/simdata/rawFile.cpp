@@ -1,5 +1,8 @@
 #include "simdata/rawFile.h"
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <bit>
 #include <charconv>
@@ -929,6 +932,18 @@ void copyColumn(const char* at, size_t stride, Element, size_t count, float* out
 /// Writing one value to each of ten thousand outputs per record instead misses the cache and
 /// the TLB on nearly every store (2-3 times slower). Columns stored one after the other are
 /// copied one by one.
+/// Gives back the pages wholly inside [begin, end) of the read-only file mapping: they refill
+/// from the file if read again, and a run that reads every column once does not keep the
+/// whole file resident.
+void releasePages(const char* begin, const char* end) {
+  static const uintptr_t page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
+  const uintptr_t first = (reinterpret_cast<uintptr_t>(begin) + page - 1) & ~(page - 1);
+  const uintptr_t last = reinterpret_cast<uintptr_t>(end) & ~(page - 1);
+  if (last > first) {
+    madvise(reinterpret_cast<void*>(first), last - first, MADV_DONTNEED);
+  }
+}
+
 template <typename T>
 void gatherBinary(const char* base, const Plot& plot, std::span<const int> columns,
                   std::span<T* const> outputs) {
@@ -937,8 +952,9 @@ void gatherBinary(const char* base, const Plot& plot, std::span<const int> colum
   if (plot.variableMajor) {
     for (size_t k = 0; k < count; ++k) {
       const Variable& variable = plot.variables[static_cast<size_t>(columns[k])];
-      copyColumn(base + variable.offset, plot.stride(columns[k]), variable.element, points,
-                 outputs[k]);
+      const char* first = base + variable.offset;
+      copyColumn(first, plot.stride(columns[k]), variable.element, points, outputs[k]);
+      releasePages(first, first + points * plot.stride(columns[k]));
     }
     return;
   }
