@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -501,7 +502,7 @@ class Parser {
         const Token countToken = lexer_.next();
         double count = -1.0;
         if (countToken.kind != TokenKind::kWord || !parseNumber(countToken.text, count) ||
-            count < 0 || count != static_cast<double>(static_cast<long>(count))) {
+            !(count >= 0 && count <= 2147483647.0) || count != std::floor(count)) {
           fail(countToken.offset, "expected the member count of GROUP \"" + excerpt(name.text) +
                                       "\", found " + describe(countToken));
         }
