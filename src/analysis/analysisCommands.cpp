@@ -1,9 +1,13 @@
 // Instance-analysis commands: loadNetlist, run and saveResult, the run's batch loop, and the
 // reading of source and resistor values.
 
+#include <strings.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
+#include <functional>
 #include <ctime>
 #include <string_view>
 #include <unordered_map>
@@ -12,7 +16,9 @@
 #include "analysis/instanceMeasure.h"
 #include "analysis/netlist.h"
 #include "analysis/sources.h"
+#include "analysis/streamedStatistics.h"
 #include "app/analyzeNetlist.h"
+#include "simdata/timeRange.h"
 #include "support/threadPool.h"
 
 namespace {
@@ -37,6 +43,282 @@ struct InstanceOutcome {
   int direction = -1;
   std::shared_ptr<PwcAcEDataList> acPulses;
 };
+
+/// Stores what the analysis of an instance produced: the polarity averages only as the ignore
+/// setting asks.
+void storeOutcome(InstanceOutcome&& outcome, int ignoreSign, zeInstance& instance) {
+  voltageData& stored = instance.data;
+  const voltageData& data = outcome.data;
+  stored.peak = data.peak;
+  stored.peakValue = data.peakValue;
+  stored.avg = data.avg;
+  stored.rawAvg = data.rawAvg;
+  stored.rms = data.rms;
+  stored.absAvg = data.absAvg;
+  stored.peakTime = data.peakTime;
+  stored.dutyRatio = data.dutyRatio;
+  stored.pulseWidth = data.pulseWidth;
+  if (ignoreSign == 2 || ignoreSign == -1) {
+    stored.avgPositive = data.avgPositive;
+  }
+  if (ignoreSign == 2 || ignoreSign == 1) {
+    stored.avgNegative = data.avgNegative;
+  }
+  instance.direction = outcome.direction;
+  instance.acPulses = std::move(outcome.acPulses);
+}
+
+/// The signals of one batch as the run looks them up: the batch's signal list, the dataset's
+/// own signal behind each entry, the names without a signal, and the indices handed out.
+struct BatchLookup {
+  std::unique_ptr<simdata::SignalList> signals;
+  std::vector<const simdata::Signal*> found;
+  std::vector<const std::string*> missing;
+  int handedOut = 0;
+  /// Signals in the list (kept when the list itself is dropped).
+  int listed = 0;
+};
+
+/// Looks up the node signals of instances [first, first + count) and sets their signal
+/// indices (and the fixed value and validity); the same instances always get the same
+/// result, so a batch may be looked up more than once.
+BatchLookup lookUpBatch(simdata::Dataset* dataset, int first, int count,
+                        std::vector<zeInstance>& list) {
+  const int end = std::min(first + count, static_cast<int>(list.size()));
+  BatchLookup lookup;
+  lookup.signals = std::make_unique<simdata::SignalList>();
+  // Node names of this batch to their position in the batch's signal list: a node shared
+  // by several instances is looked up and read once. The keys view the instances' names,
+  // which stay put while the batch is handled.
+  std::unordered_map<std::string_view, int> indexOf;
+  indexOf.reserve(static_cast<size_t>(std::max(count, 0)) * 2);
+
+  auto lookUp = [&](zeInstance& instance, const std::string& name, bool secondNode) {
+    if (auto it = indexOf.find(name); it != indexOf.end()) {
+      return it->second;
+    }
+    if (name == "0") {
+      return -1;
+    }
+    if (secondNode && std::string_view(name).starts_with(kFixedValuePrefix)) {
+      instance.fixedValue = std::strtod(name.c_str() + kFixedValuePrefix.size(), nullptr);
+      return -3;
+    }
+    const simdata::Signal* signal = dataset != nullptr ? dataset->findSignal(name) : nullptr;
+    if (signal == nullptr) {
+      if (isGnd(name)) {
+        return -1;
+      }
+      instance.valid = false;
+      lookup.missing.push_back(&name);
+      return -2;
+    }
+    lookup.signals->add(*signal);
+    lookup.found.push_back(signal);
+    indexOf.emplace(name, lookup.handedOut);
+    return lookup.handedOut++;
+  };
+
+  for (int i = std::max(first, 0); i < end; ++i) {
+    zeInstance& instance = list[i];
+    instance.sigIndex1 = lookUp(instance, instance.node1, false);
+    instance.sigIndex2 = lookUp(instance, instance.node2, true);
+  }
+  lookup.listed = lookup.signals->count();
+  return lookup;
+}
+
+/// The messages of a batch's lookup: the names without a signal, and a count mismatch.
+void logBatchLookup(zeAnalyzeNetlist& session, const BatchLookup& lookup) {
+  if (!lookup.missing.empty()) {
+    session.logMsg(kWarning, false, "No simulation data available for signals:\n");
+    for (const std::string* name : lookup.missing) {
+      session.logMsg(kPlain, false, "\t%s\n", name->c_str());
+    }
+  }
+  if (lookup.listed != lookup.handedOut) {
+    session.logMsg(kError, false, "Invalid condition occured in signal reading\n");
+  }
+}
+
+/// Whether the environment leaves streamed runs on (KRA2_STREAMED_RUN not "0", "no",
+/// "false" or "off"): the switch lets the two ways of running be compared.
+bool streamedRunEnabled() {
+  const char* value = std::getenv(analysis::kStreamedRunVariable);
+  if (value == nullptr) {
+    return true;
+  }
+  return !(std::strcmp(value, "0") == 0 || strcasecmp(value, "no") == 0 ||
+           strcasecmp(value, "false") == 0 || strcasecmp(value, "off") == 0);
+}
+
+/// A run measured in one pass over the data: the lookups of every batch (their messages are
+/// logged when the run loop reaches the batch) and the measures of every instance.
+struct StreamedRun {
+  std::vector<BatchLookup> batches;
+  std::unique_ptr<analysis::StreamedMeasures> measures;
+};
+
+/// Looks up every batch of the run and measures every instance in one pass over the
+/// selected analysis, when it can stream and the settings allow. Null when the run is to be
+/// read batch by batch instead (the lookups done so far are then simply done again).
+std::unique_ptr<StreamedRun> streamRun(simdata::Dataset& dataset, std::vector<zeInstance>& list,
+                                       const analysis::StatisticsSettings& settings,
+                                       double startTime, double stopTime) {
+  if (!dataset.streamsSignals() || dataset.sweep() == nullptr ||
+      !analysis::streamable(settings) || !streamedRunEnabled()) {
+    return nullptr;
+  }
+  auto run = std::make_unique<StreamedRun>();
+  const int total = static_cast<int>(list.size());
+  std::vector<analysis::StreamedInstance> streamed(list.size());
+  // The dataset's signals to stream, each once, and their positions in the stream.
+  std::vector<const simdata::Signal*> slotSignals;
+  std::unordered_map<const simdata::Signal*, int> slotOf;
+  for (int first = 0;; first += kBatchSize) {
+    const bool lastBatch = first + kBatchSize >= total;
+    const int count = lastBatch ? total - first : kBatchSize;
+    BatchLookup lookup = lookUpBatch(&dataset, first, count, list);
+    auto slot = [&](int index) {
+      const simdata::Signal* signal = lookup.found[static_cast<size_t>(index)];
+      const auto [it, added] = slotOf.emplace(signal, static_cast<int>(slotSignals.size()));
+      if (added) {
+        slotSignals.push_back(signal);
+      }
+      return it->second;
+    };
+    for (int i = std::max(first, 0); i < first + count; ++i) {
+      const zeInstance& instance = list[static_cast<size_t>(i)];
+      if (!instance.valid) {
+        continue;
+      }
+      // The cases of transientDifference (instanceMeasure.cpp).
+      analysis::StreamedInstance& measure = streamed[static_cast<size_t>(i)];
+      const bool noSecondValue = instance.sigIndex2 == -1 || instance.sigIndex2 == -3;
+      if (instance.sigIndex1 == -1) {
+        if (!noSecondValue) {
+          // The second node alone: its current flows the other way round.
+          const int orientation =
+              instance.orientation == 1 ? 0 : instance.orientation == 0 ? 1 : -1;
+          measure.kind = analysis::StreamedKind::kOneWaveform;
+          measure.slot1 = slot(instance.sigIndex2);
+          measure.secondNodeAlone = true;
+          measure.traits = analysis::traitsOf(instance, orientation);
+        }
+      } else if (noSecondValue) {
+        measure.kind = analysis::StreamedKind::kOneWaveform;
+        measure.slot1 = slot(instance.sigIndex1);
+        measure.ref = instance.sigIndex2 == -3 ? instance.fixedValue : 0.0;
+        measure.traits = analysis::traitsOf(instance, instance.orientation);
+      } else {
+        measure.kind = analysis::StreamedKind::kTwoWaveforms;
+        measure.slot1 = slot(instance.sigIndex1);
+        measure.slot2 = slot(instance.sigIndex2);
+        measure.traits = analysis::traitsOf(instance, instance.orientation);
+      }
+    }
+    lookup.signals.reset();
+    lookup.found = {};
+    run->batches.push_back(std::move(lookup));
+    if (lastBatch) {
+      break;
+    }
+  }
+
+  // Stream the signals in the dataset's own order (the order of its signal list), which is
+  // the order the data holds them in: the chunks are then read and used front to back.
+  {
+    std::vector<int> byPlace(slotSignals.size());
+    for (size_t k = 0; k < byPlace.size(); ++k) {
+      byPlace[k] = static_cast<int>(k);
+    }
+    std::sort(byPlace.begin(), byPlace.end(), [&](int a, int b) {
+      return std::less<const simdata::Signal*>()(slotSignals[static_cast<size_t>(a)],
+                                                 slotSignals[static_cast<size_t>(b)]);
+    });
+    std::vector<int> newSlot(slotSignals.size());
+    std::vector<const simdata::Signal*> sorted(slotSignals.size());
+    for (size_t k = 0; k < byPlace.size(); ++k) {
+      newSlot[static_cast<size_t>(byPlace[k])] = static_cast<int>(k);
+      sorted[k] = slotSignals[static_cast<size_t>(byPlace[k])];
+    }
+    slotSignals = std::move(sorted);
+    for (analysis::StreamedInstance& measure : streamed) {
+      if (measure.slot1 >= 0) {
+        measure.slot1 = newSlot[static_cast<size_t>(measure.slot1)];
+      }
+      if (measure.slot2 >= 0) {
+        measure.slot2 = newSlot[static_cast<size_t>(measure.slot2)];
+      }
+    }
+  }
+
+  // The shared axis and its index range for the window, as the batch reads see them.
+  std::vector<double> axis;
+  analysis::IndexRange range;
+  if (!slotSignals.empty()) {
+    simdata::SignalArray one(1);
+    one.add(slotSignals.front());
+    const std::unique_ptr<simdata::ValueArray> values = dataset.read(one);
+    const simdata::Value* waveform =
+        values && values->count() == 1 ? simdata::getWaveform(values->at(0)) : nullptr;
+    const simdata::DataVector* x = waveform != nullptr ? waveform->xVector() : nullptr;
+    const simdata::DataVector* y = waveform != nullptr ? waveform->yVector() : nullptr;
+    if (x == nullptr || y == nullptr || x->length() < 1 || x->length() != y->length()) {
+      return nullptr;
+    }
+    std::vector<double> scratch;
+    const analysis::Samples samples = analysis::samplesOf(x, scratch);
+    axis.assign(samples.data(), samples.data() + samples.size());
+    simdata::timeRangeIndices(x, startTime, stopTime, range.start, range.stop);
+    if (range.start < 0) {
+      return nullptr;
+    }
+  }
+  run->measures = std::make_unique<analysis::StreamedMeasures>(settings, std::move(axis), range,
+                                                               std::move(streamed));
+  if (!slotSignals.empty()) {
+    simdata::SignalArray array(static_cast<int>(slotSignals.size()));
+    for (const simdata::Signal* signal : slotSignals) {
+      array.add(signal);
+    }
+    size_t covered = 0;
+    bool inOrder = true;
+    analysis::StreamedMeasures& measures = *run->measures;
+    const bool streamedAll = dataset.streamSignals(
+        array, [&](size_t first, size_t count, std::span<const double* const> values) {
+          inOrder = inOrder && first == covered && values.size() == slotSignals.size();
+          if (inOrder) {
+            measures.feed(first, count, values);
+            covered = first + count;
+          }
+        });
+    if (!streamedAll || !inOrder || covered != measures.points()) {
+      return nullptr;
+    }
+  }
+  return run;
+}
+
+/// Stores the streamed measures of instances [first, end); returns the number that failed.
+int storeStreamed(const analysis::StreamedMeasures& measures, int first, int end, int ignoreSign,
+                  std::vector<zeInstance>& list) {
+  int failed = 0;
+  for (int i = std::max(first, 0); i < end; ++i) {
+    zeInstance& instance = list[static_cast<size_t>(i)];
+    if (!instance.valid) {
+      ++failed;
+      continue;
+    }
+    InstanceOutcome outcome;
+    outcome.data = freshVoltageData();
+    outcome.acPulses = std::make_shared<PwcAcEDataList>();
+    outcome.data.acPulses = outcome.acPulses.get();
+    outcome.direction = measures.finish(static_cast<size_t>(i), outcome.data);
+    storeOutcome(std::move(outcome), ignoreSign, instance);
+  }
+  return failed;
+}
 
 /// Measures one instance of a batch from the batch's values (no session state: this runs on
 /// any thread).
@@ -115,22 +397,35 @@ int zeAnalyzeNetlist::processRunCmd(const ArgList* args, int ignoreSign) {
   const time_t runStart = std::time(nullptr);
   time_t lastProgress = runStart;
   const bool detailedProgress = std::getenv("KRA2_INTERNAL_DEBUG") != nullptr;
-  analysis->expectBulkReads(std::max(1, (total + kBatchSize - 1) / kBatchSize));
   analysis->prepare();
   if (sourceValuesEnabled()) {
     populateResToWatt();
   }
+  // Data stored point by point is measured in one pass when the settings allow; otherwise
+  // every batch reads its signals.
+  const std::unique_ptr<StreamedRun> streamed =
+      streamRun(*analysis, list, analysis::detail::settingsOf(*this, ignoreSign), startTime,
+                stopTime);
+  if (!streamed) {
+    analysis->expectBulkReads(std::max(1, (total + kBatchSize - 1) / kBatchSize));
+  }
 
   int failed = 0;
-  for (int first = 0;; first += kBatchSize) {
+  size_t batch = 0;
+  for (int first = 0;; first += kBatchSize, ++batch) {
     const bool lastBatch = first + kBatchSize >= total;
     const int count = lastBatch ? total - first : kBatchSize;
     const int end = lastBatch ? total : first + kBatchSize;
     if (sourceValuesEnabled()) {
       getWattSignals(first, count, list);
     }
-    std::unique_ptr<simdata::SignalList> signals = getNetlistSignals(first, count, list);
-    failed += analyseNetlist(first, count, list, signals.get(), ignoreSign);
+    if (streamed) {
+      logBatchLookup(*this, streamed->batches[batch]);
+      failed += storeStreamed(*streamed->measures, first, end, ignoreSign, list);
+    } else {
+      std::unique_ptr<simdata::SignalList> signals = getNetlistSignals(first, count, list);
+      failed += analyseNetlist(first, count, list, signals.get(), ignoreSign);
+    }
     if (detailedProgress) {
       const time_t now = std::time(nullptr);
       logMsg(kStatus, true,
@@ -158,56 +453,9 @@ int zeAnalyzeNetlist::processRunCmd(const ArgList* args, int ignoreSign) {
 
 std::unique_ptr<simdata::SignalList> zeAnalyzeNetlist::getNetlistSignals(
     int first, int count, std::vector<zeInstance>& list) {
-  const int end = std::min(first + count, static_cast<int>(list.size()));
-  auto signals = std::make_unique<simdata::SignalList>();
-  // Node names of this batch to their position in the batch's signal list: a node shared
-  // by several instances is looked up and read once. The keys view the instances' names,
-  // which stay put while the batch is handled.
-  std::unordered_map<std::string_view, int> indexOf;
-  indexOf.reserve(static_cast<size_t>(std::max(count, 0)) * 2);
-  std::vector<const std::string*> missing;
-  int nextIndex = 0;
-
-  auto lookUp = [&](zeInstance& instance, const std::string& name, bool secondNode) {
-    if (auto it = indexOf.find(name); it != indexOf.end()) {
-      return it->second;
-    }
-    if (name == "0") {
-      return -1;
-    }
-    if (secondNode && std::string_view(name).starts_with(kFixedValuePrefix)) {
-      instance.fixedValue = std::strtod(name.c_str() + kFixedValuePrefix.size(), nullptr);
-      return -3;
-    }
-    const simdata::Signal* signal = analysis != nullptr ? analysis->findSignal(name) : nullptr;
-    if (signal == nullptr) {
-      if (isGnd(name)) {
-        return -1;
-      }
-      instance.valid = false;
-      missing.push_back(&name);
-      return -2;
-    }
-    signals->add(*signal);
-    indexOf.emplace(name, nextIndex);
-    return nextIndex++;
-  };
-
-  for (int i = std::max(first, 0); i < end; ++i) {
-    zeInstance& instance = list[i];
-    instance.sigIndex1 = lookUp(instance, instance.node1, false);
-    instance.sigIndex2 = lookUp(instance, instance.node2, true);
-  }
-  if (!missing.empty()) {
-    logMsg(kWarning, false, "No simulation data available for signals:\n");
-    for (const std::string* name : missing) {
-      logMsg(kPlain, false, "\t%s\n", name->c_str());
-    }
-  }
-  if (signals->count() != nextIndex) {
-    logMsg(kError, false, "Invalid condition occured in signal reading\n");
-  }
-  return signals;
+  BatchLookup lookup = lookUpBatch(analysis, first, count, list);
+  logBatchLookup(*this, lookup);
+  return std::move(lookup.signals);
 }
 
 int zeAnalyzeNetlist::analyseNetlist(int first, int count, std::vector<zeInstance>& list,
@@ -273,26 +521,7 @@ int zeAnalyzeNetlist::analyseNetlist(int first, int count, std::vector<zeInstanc
       ++failed;
       continue;
     }
-    InstanceOutcome& outcome = outcomes[i - begin];
-    voltageData& stored = instance.data;
-    const voltageData& data = outcome.data;
-    stored.peak = data.peak;
-    stored.peakValue = data.peakValue;
-    stored.avg = data.avg;
-    stored.rawAvg = data.rawAvg;
-    stored.rms = data.rms;
-    stored.absAvg = data.absAvg;
-    stored.peakTime = data.peakTime;
-    stored.dutyRatio = data.dutyRatio;
-    stored.pulseWidth = data.pulseWidth;
-    if (ignoreSign == 2 || ignoreSign == -1) {
-      stored.avgPositive = data.avgPositive;
-    }
-    if (ignoreSign == 2 || ignoreSign == 1) {
-      stored.avgNegative = data.avgNegative;
-    }
-    instance.direction = outcome.direction;
-    instance.acPulses = std::move(outcome.acPulses);
+    storeOutcome(std::move(outcomes[i - begin]), ignoreSign, instance);
   }
   return failed;
 }

@@ -1,28 +1,24 @@
 #include "analysis/statistics.h"
 
+#include "analysis/detail/statisticsParts.h"
+#include "analysis/detail/statisticsPaths.h"
+
 #include <algorithm>
 #include <cmath>
 
 namespace analysis {
 
+using detail::applyRecovery;
+using detail::AreaSums;
+using detail::directionFor;
+using detail::PeakTracker;
+using detail::PlainLoopState;
+using detail::ThresholdPulses;
+using detail::Thresholds;
+using detail::thresholdsFor;
+using detail::withModes;
+
 namespace {
-
-/// Thresholds of the two pulse kinds of one instance.
-struct Thresholds {
-  double duration = 0.0;  // a duration pulse lasts while the magnitude is above this
-  double ac = 0.0;        // an AC threshold pulse lasts while the magnitude is at least this
-};
-
-Thresholds thresholdsFor(const StatisticsSettings& settings, const InstanceTraits& instance) {
-  Thresholds thresholds;
-  if (settings.durationTime != 0.0) {
-    thresholds.duration = instance.thresholdValue * instance.thresholdScale;
-  }
-  if (settings.durationTime == 0.0 && settings.acPulseThreshold >= 0.0) {
-    thresholds.ac = settings.acPulseThreshold * instance.thresholdValue;
-  }
-  return thresholds;
-}
 
 /// Time at which the magnitude crosses `level` between the previous point and this one; the
 /// point's own time when the magnitude did not change.
@@ -34,259 +30,83 @@ double crossingTime(double prevTime, double prevMagnitude, double time, double m
   return prevTime + (time - prevTime) * (level - prevMagnitude) / (magnitude - prevMagnitude);
 }
 
-/// The peak rules: the plain rule (ties go to the later sample) or, with a duration time,
-/// pulses above the threshold that must outlast the duration to hold the peak.
-class PeakTracker {
- public:
-  PeakTracker(double durationTime, double threshold, const voltageData& out)
-      : duration_(durationTime),
-        threshold_(threshold),
-        peak_(out.peak),
-        peakValue_(out.peakValue) {}
-
-  /// kDuration: whether a duration time is set (decided once per measure).
-  template <bool kDuration>
-  void observe(double magnitude, double raw, double time) {
-    if constexpr (!kDuration) {
-      plain(magnitude, raw, time);
-      return;
+/// measureOneWaveform's loop without duration or AC threshold pulses, for 0 <= start < n
+/// and an axis of at least n samples (so no read falls outside the vectors).
+template <int kSplit>
+void oneWaveformPlainLoop(const double* x, const double* y, int n, int start, int stop,
+                          double ref, PeakTracker& peak, AreaSums& sums) {
+  PlainLoopState state(peak, sums);
+  double raw = y[start];
+  double d = raw - ref;
+  double absD = std::fabs(d);
+  double squareD = d * d;
+  double t = x[start];
+  for (int i = start;; ++i) {
+    state.observe(absD, raw, t);
+    if (i + 1 >= n) {
+      break;
     }
-    if (magnitude > threshold_) {
-      if (!open_) {
-        open_ = true;
-        pulseStart_ = time;
-        pulseMax_ = magnitude;
-        pulseMaxTime_ = time;
-      } else if (magnitude > pulseMax_) {
-        pulseMax_ = magnitude;
-        pulseMaxTime_ = time;
-      }
-    } else if (open_) {
-      open_ = false;
-      if (time - pulseStart_ > duration_ && pulseMax_ >= peak_) {
-        peak_ = pulseMax_;
-        peakTime_ = pulseMaxTime_;
-        // The raw value of the closing sample, not of the maximum: intended.
-        peakValue_ = raw;
-      }
-    } else {
-      plain(magnitude, raw, time);
+    const double tNext = x[i + 1];
+    const double rawNext = y[i + 1];
+    const double dNext = rawNext - ref;
+    const double absNext = std::fabs(dNext);
+    const double squareNext = dNext * dNext;
+    state.step<kSplit>(tNext - t, raw, d, absD, squareD, rawNext, dNext, absNext, squareNext);
+    if (!(i + 1 <= stop)) {
+      break;
     }
+    t = tNext;
+    raw = rawNext;
+    d = dNext;
+    absD = absNext;
+    squareD = squareNext;
   }
-
-  /// Writes the peak and its raw value; a pulse still open is never accepted.
-  void store(voltageData& out) const {
-    out.peak = peak_;
-    out.peakValue = peakValue_;
-  }
-  double peakTime() const { return peakTime_; }
-
- private:
-  void plain(double magnitude, double raw, double time) {
-    if (magnitude >= peak_) {
-      peak_ = magnitude;
-      peakValue_ = raw;
-      peakTime_ = time;
-    }
-  }
-
-  double duration_;
-  double threshold_;
-  double peak_;
-  double peakValue_;
-  double peakTime_ = 0.0;
-  bool open_ = false;
-  double pulseStart_ = 0.0;
-  double pulseMax_ = 0.0;
-  double pulseMaxTime_ = 0.0;
-};
-
-/// Polarity averages accumulated, from the ignore setting: both for 2, the positive one for
-/// -1 (negative currents ignored), the negative one for 1, none otherwise.
-constexpr int kSplitPositive = 1;
-constexpr int kSplitNegative = 2;
-
-int splitOf(int ignoreSign) {
-  switch (ignoreSign) {
-    case 2:
-      return kSplitPositive | kSplitNegative;
-    case -1:
-      return kSplitPositive;
-    case 1:
-      return kSplitNegative;
-    default:
-      return 0;
-  }
+  state.storeInto(peak, sums);
 }
 
-/// The trapezoid sums of one measure. The record's fields are continued from the values the
-/// caller handed in.
-struct AreaSums {
-  explicit AreaSums(const voltageData& out)
-      : avg(out.avg),
-        rawAvg(out.rawAvg),
-        avgPositive(out.avgPositive),
-        avgNegative(out.avgNegative),
-        rms(out.rms),
-        absAvg(out.absAvg) {}
-
-  /// One trapezoid step from (t, raw, d) to (tNext, rawNext, dNext), d being the difference.
-  /// kSplit: which polarity averages the ignore setting accumulates.
-  template <int kSplit>
-  void step(double t, double raw, double d, double tNext, double rawNext, double dNext) {
-    const double dt = tNext - t;
-    const double mid = (d + dNext) / 2;
-    const double area = dt * mid;
-    avg += area;
-    rawAvg += (rawNext + raw) / 2 * dt;
-    if (mid >= 0) {
-      positiveArea += area;
-    } else {
-      negativeArea += area;
-    }
-    if constexpr ((kSplit & kSplitPositive) != 0) {
-      if (mid >= 0) {
-        avgPositive += area;
-        positiveTime += dt;
+/// measureTwoWaveforms' walk of two waveforms on one shared axis (walkWindow with
+/// SharedAxisWalk) without duration or AC threshold pulses, for len >= 1 and an axis of at
+/// least len samples. Returns the last time reached.
+template <int kSplit>
+double sharedAxisPlainWalk(const double* x, const double* y1, const double* y2, int len,
+                           const StatisticsSettings& settings, PeakTracker& peak, AreaSums& sums,
+                           double& windowStart, bool& visitedAny) {
+  PlainLoopState state(peak, sums);
+  double t = x[0];
+  double a = y1[0];
+  double d = a - y2[0];
+  double absD = std::fabs(d);
+  double squareD = d * d;
+  double lastTime = t;
+  const double startTime = settings.startTime;
+  const double stopTime = settings.stopTime;
+  for (int i = 1; i < len; ++i) {
+    const double tNext = x[i];
+    const double aNext = y1[i];
+    const double dNext = aNext - y2[i];
+    const double absNext = std::fabs(dNext);
+    const double squareNext = dNext * dNext;
+    if (!(t < startTime)) {
+      if (!visitedAny) {
+        windowStart = t;
+        visitedAny = true;
       }
+      // The peak is tested at the left end of each step only.
+      state.observe(absD, a, t);
+      state.step<kSplit>(tNext - t, a, d, absD, squareD, aNext, dNext, absNext, squareNext);
     }
-    if constexpr ((kSplit & kSplitNegative) != 0) {
-      if (mid < 0) {
-        avgNegative += area;
-        negativeTime += dt;
-      }
+    lastTime = tNext;
+    if (tNext > stopTime) {
+      break;
     }
-    rms += dt * (d * d + dNext * dNext) / 2;
-    absAvg += dt * (std::fabs(d) + std::fabs(dNext)) / 2;
+    t = tNext;
+    a = aNext;
+    d = dNext;
+    absD = absNext;
+    squareD = squareNext;
   }
-
-  double avg;
-  double rawAvg;
-  double avgPositive;
-  double avgNegative;
-  double rms;
-  double absAvg;
-  double positiveArea = 0.0;
-  double negativeArea = 0.0;
-  double positiveTime = 0.0;
-  double negativeTime = 0.0;
-};
-
-/// AC threshold pulses: runs of steps whose left magnitude is at least the threshold.
-class ThresholdPulses {
- public:
-  ThresholdPulses(const StatisticsSettings& settings, double threshold, PwcAcEDataList* list)
-      : settings_(settings), threshold_(threshold), list_(list) {}
-
-  /// kEnabled: whether AC threshold pulses are on (decided once per measure).
-  template <bool kEnabled>
-  void step(double t, double d, double tNext, double dNext) {
-    if constexpr (!kEnabled) {
-      return;
-    }
-    const double magnitude = std::fabs(d);
-    if (magnitude >= threshold_) {
-      if (!open_) {
-        open_ = true;
-        start_ = t;
-        integral_ = 0.0;
-        max_ = magnitude;
-        maxTime_ = t;
-      } else if (magnitude > max_) {
-        max_ = magnitude;
-        maxTime_ = t;
-      }
-      integral_ += (tNext - t) * (d * d + dNext * dNext) / 2;
-      end_ = tNext;
-    } else {
-      flush();
-    }
-  }
-
-  void flush() {
-    if (!open_) {
-      return;
-    }
-    open_ = false;
-    const double shape = max_ != 0.0 ? integral_ / (max_ * max_) : 0.0;
-    recordAcPulse(settings_, list_, {start_, end_, max_, maxTime_, shape});
-  }
-
- private:
-  const StatisticsSettings& settings_;
-  double threshold_;
-  PwcAcEDataList* list_;
-  bool open_ = false;
-  double start_ = 0.0;
-  double end_ = 0.0;
-  double integral_ = 0.0;
-  double max_ = 0.0;
-  double maxTime_ = 0.0;
-};
-
-/// Calls `run.template operator()<kDuration, kAcPulses, kSplit>()` with the modes of the
-/// settings, so that the per-step loops carry no mode tests.
-template <typename Run>
-void withModes(const StatisticsSettings& settings, Run&& run) {
-  const bool duration = settings.durationTime != 0.0;
-  const bool acPulses = settings.acPulseThreshold >= 0.0;
-  auto bySplit = [&]<bool kDuration, bool kAcPulses>() {
-    switch (splitOf(settings.ignoreSign)) {
-      case 0:
-        run.template operator()<kDuration, kAcPulses, 0>();
-        break;
-      case kSplitPositive:
-        run.template operator()<kDuration, kAcPulses, kSplitPositive>();
-        break;
-      case kSplitNegative:
-        run.template operator()<kDuration, kAcPulses, kSplitNegative>();
-        break;
-      default:
-        run.template operator()<kDuration, kAcPulses, kSplitPositive | kSplitNegative>();
-        break;
-    }
-  };
-  if (duration) {
-    if (acPulses) {
-      bySplit.template operator()<true, true>();
-    } else {
-      bySplit.template operator()<true, false>();
-    }
-  } else if (acPulses) {
-    bySplit.template operator()<false, true>();
-  } else {
-    bySplit.template operator()<false, false>();
-  }
-}
-
-/// Direction from the sign of the signed average, then the orientation rule.
-int directionFor(const InstanceTraits& instance, double signedAvg) {
-  int direction = -1;
-  if (instance.directionKnown == 0) {
-    direction = signedAvg < 0 ? 0 : 1;
-  }
-  if (instance.orientation == 1) {
-    direction = signedAvg >= 0 ? 0 : 1;
-  } else if (instance.orientation != -1) {
-    direction = signedAvg < 0 ? 0 : 1;
-  }
-  return direction;
-}
-
-/// Reverse currents heal part of the damage of the forward ones.
-void applyRecovery(const StatisticsSettings& settings, double instanceFactor, const AreaSums& sums,
-                   voltageData& out) {
-  double factor = 0.0;
-  if (settings.recoveryFactor != 0.0f) {
-    factor = instanceFactor;
-  } else if (settings.emRecoveryFactorGiven) {
-    factor = settings.emRecoveryFactor;
-  } else {
-    return;
-  }
-  const double forward = std::max(sums.positiveArea, std::fabs(sums.negativeArea));
-  const double reverse = std::min(sums.positiveArea, std::fabs(sums.negativeArea));
-  out.avg = forward - reverse * factor;
+  state.storeInto(peak, sums);
+  return lastTime;
 }
 
 /// A point of the merged time axis of two waveforms.
@@ -477,16 +297,35 @@ void recordAcPulse(const StatisticsSettings& settings, PwcAcEDataList* list,
 
 int measureOneWaveform(const StatisticsSettings& settings, const InstanceTraits& instance,
                        IndexRange range, Samples x, Samples y, double ref, voltageData& out) {
+  return detail::measureOneWaveform(detail::KernelPath::kFast, settings, instance, range, x, y,
+                                    ref, out);
+}
+
+int measureTwoWaveforms(const StatisticsSettings& settings, const InstanceTraits& instance,
+                        Samples x1, Samples x2, Samples y1, Samples y2, voltageData& out) {
+  return detail::measureTwoWaveforms(detail::KernelPath::kFast, settings, instance, x1, x2, y1,
+                                     y2, out);
+}
+
+int detail::measureOneWaveform(KernelPath path, const StatisticsSettings& settings,
+                               const InstanceTraits& instance, IndexRange range, Samples x,
+                               Samples y, double ref, voltageData& out) {
   const Thresholds thresholds = thresholdsFor(settings, instance);
   PeakTracker peak(settings.durationTime, thresholds.duration, out);
   AreaSums sums(out);
   ThresholdPulses acPulses(settings, thresholds.ac, out.acPulses);
-  double dutySum = 0.0;
   const int start = range.start;
   const int stop = range.stop;
   const int n = y.size();
-  if (y.present() && start < n && start <= stop) {
+  const bool measured = y.present() && start < n && start <= stop;
+  if (measured) {
     withModes(settings, [&]<bool kDuration, bool kAcPulses, int kSplit>() {
+      if constexpr (!kDuration && !kAcPulses) {
+        if (path == detail::KernelPath::kFast && start >= 0 && x.size() >= n) {
+          oneWaveformPlainLoop<kSplit>(x.data(), y.data(), n, start, stop, ref, peak, sums);
+          return;
+        }
+      }
       for (int i = start;; ++i) {
         const double raw = y[i];
         const double d = raw - ref;
@@ -505,6 +344,19 @@ int measureOneWaveform(const StatisticsSettings& settings, const InstanceTraits&
         }
       }
     });
+  }
+  return detail::finishOneWaveform(settings, instance, measured, range, x, y, peak, sums,
+                                   acPulses, out);
+}
+
+int detail::finishOneWaveform(const StatisticsSettings& settings, const InstanceTraits& instance,
+                              bool measured, IndexRange range, Samples x, Samples y,
+                              PeakTracker& peak, AreaSums& sums, ThresholdPulses& acPulses,
+                              voltageData& out) {
+  const int start = range.start;
+  const int stop = range.stop;
+  double dutySum = 0.0;
+  if (measured) {
     acPulses.flush();
     peak.store(out);
     sums.rms = std::fabs(sums.rms);
@@ -556,8 +408,9 @@ int measureOneWaveform(const StatisticsSettings& settings, const InstanceTraits&
   return direction;
 }
 
-int measureTwoWaveforms(const StatisticsSettings& settings, const InstanceTraits& instance,
-                        Samples x1, Samples x2, Samples y1, Samples y2, voltageData& out) {
+int detail::measureTwoWaveforms(KernelPath path, const StatisticsSettings& settings,
+                                const InstanceTraits& instance, Samples x1, Samples x2,
+                                Samples y1, Samples y2, voltageData& out) {
   const Thresholds thresholds = thresholdsFor(settings, instance);
   PeakTracker peak(settings.durationTime, thresholds.duration, out);
   AreaSums sums(out);
@@ -567,6 +420,15 @@ int measureTwoWaveforms(const StatisticsSettings& settings, const InstanceTraits
   bool visitedAny = false;
   if (y1.present() && y2.present()) {
     withModes(settings, [&]<bool kDuration, bool kAcPulses, int kSplit>() {
+      if constexpr (!kDuration && !kAcPulses) {
+        // The common case of a raw file: every signal on the plot's one time axis.
+        if (path == detail::KernelPath::kFast && sharesAxis(x1, x2, y1, y2) && y1.size() >= 1 &&
+            x1.size() >= y1.size()) {
+          lastTime = sharedAxisPlainWalk<kSplit>(x1.data(), y1.data(), y2.data(), y1.size(),
+                                                 settings, peak, sums, windowStart, visitedAny);
+          return;
+        }
+      }
       auto step = [&](const MergedPoint& from, const MergedPoint& to) {
         const double d = from.a - from.b;
         // The peak is tested at the left end of each step only.
@@ -579,6 +441,14 @@ int measureTwoWaveforms(const StatisticsSettings& settings, const InstanceTraits
     });
     acPulses.flush();
   }
+  return detail::finishTwoWaveforms(settings, instance, x1, x2, y1, y2, peak, sums, windowStart,
+                                    lastTime, out);
+}
+
+int detail::finishTwoWaveforms(const StatisticsSettings& settings, const InstanceTraits& instance,
+                               Samples x1, Samples x2, Samples y1, Samples y2,
+                               const PeakTracker& peak, AreaSums& sums, double windowStart,
+                               double lastTime, voltageData& out) {
   peak.store(out);
 
   sums.absAvg = std::fabs(sums.absAvg);

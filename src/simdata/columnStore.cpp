@@ -85,7 +85,65 @@ size_t availableMemory() {
   return 0;
 }
 
+/// Copies records [p0, p1) of the columns listed in `order` (positions into `columns`,
+/// sorted by column) to their chunk buffers, chunk position k at out + k * stride, NaN as 0.0.
+void transposeChunk(const RecordLayout& records, size_t p0, size_t p1,
+                    std::span<const int> columns, std::span<const size_t> order, double* out,
+                    size_t stride) {
+  for (size_t t0 = p0; t0 < p1; t0 += kTilePoints) {
+    const size_t t1 = std::min(p1, t0 + kTilePoints);
+    for (const size_t k : order) {
+      const char* at = records.base + static_cast<size_t>(columns[k]) * records.valueBytes;
+      double* column = out + k * stride - p0;
+      for (size_t p = t0; p < t1; ++p) {
+        const double v = loadDouble(at + p * records.recordBytes);
+        column[p] = v != v ? 0.0 : v;
+      }
+    }
+  }
+}
+
 }  // namespace
+
+void streamColumns(const RecordLayout& records, std::span<const int> columns,
+                   const ChunkVisitor& visit, bool releaseRecords, size_t chunkBytes) {
+  const size_t count = columns.size();
+  for (const int column : columns) {
+    if (column < 0 || static_cast<size_t>(column) >= records.columns) {
+      return;  // callers pass columns of these records only
+    }
+  }
+  // Visit the columns in record order so each record is read front to back.
+  std::vector<size_t> order(count);
+  for (size_t k = 0; k < count; ++k) {
+    order[k] = k;
+  }
+  std::sort(order.begin(), order.end(),
+            [&](size_t a, size_t b) { return columns[a] < columns[b]; });
+  const size_t chunkPoints = std::clamp<size_t>(
+      chunkBytes / std::max<size_t>(count * sizeof(double), 1), kTilePoints, 4096);
+  const size_t stride = std::min(chunkPoints, records.points);
+  std::vector<double> buffer(count * stride);
+  std::vector<const double*> values(count);
+  for (size_t k = 0; k < count; ++k) {
+    values[k] = buffer.data() + k * stride;
+  }
+  const size_t tiles = (count + kTileColumns - 1) / kTileColumns;
+  support::ThreadPool& pool = support::ThreadPool::shared();
+  for (size_t p0 = 0; p0 < records.points; p0 += stride) {
+    const size_t p1 = std::min(records.points, p0 + stride);
+    pool.parallelFor(tiles, 4, [&](size_t first, size_t last) {
+      const std::span<const size_t> tile(order.data() + first * kTileColumns,
+                                         std::min(count, last * kTileColumns) - first * kTileColumns);
+      transposeChunk(records, p0, p1, columns, tile, buffer.data(), stride);
+    });
+    visit(p0, p1 - p0, values);
+    if (releaseRecords) {
+      releasePages(records.base + p0 * records.recordBytes,
+                   records.base + p1 * records.recordBytes);
+    }
+  }
+}
 
 ColumnStoreSettings columnStoreSettings() {
   ColumnStoreSettings settings;

@@ -1,14 +1,17 @@
 #pragma once
 // Column access to binary raw data. A binary plot is written point by point, so the values
 // of one signal lie a whole record apart, and reading the signals of a run batch by batch
-// passes over the whole file for every batch. A column store transposes the plot once,
-// signal by signal: into memory when the values fit the memory budget, else into a
-// temporary file (unlinked as soon as it is created, so it goes away with the store or the
-// process, whatever happens). Reads are then views into memory, or one contiguous read per
-// signal from the file.
+// passes over the whole file for every batch. Two ways around that:
+//  - a stream: one pass over the records, handing out chunks of points transposed signal by
+//    signal, for readers that can consume the data in point order (streamColumns);
+//  - a column store: the plot transposed once, signal by signal, into memory when the values
+//    fit the memory budget, else into a temporary file (unlinked as soon as it is created,
+//    so it goes away with the store or the process, whatever happens). Reads are then views
+//    into memory, or one contiguous read per signal from the file.
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <span>
 #include <string>
@@ -26,6 +29,19 @@ struct RecordLayout {
   size_t recordBytes = 0;
   size_t valueBytes = 8;
 };
+
+/// Receives the chunks of a stream: values[k] holds `count` values of the k-th column from
+/// point `first`.
+using ChunkVisitor =
+    std::function<void(size_t first, size_t count, std::span<const double* const> values)>;
+
+/// Visits the listed columns of the records in one pass, chunk of points by chunk of points
+/// in order, with NaN read as 0.0. Each chunk is transposed on the shared thread pool into a
+/// buffer that is reused; with `releaseRecords` the pages of the records are given back once
+/// their chunk is visited, so the pass keeps only about `chunkBytes` of values resident.
+void streamColumns(const RecordLayout& records, std::span<const int> columns,
+                   const ChunkVisitor& visit, bool releaseRecords = true,
+                   size_t chunkBytes = size_t{128} << 20);
 
 /// Where and how a store is built.
 struct ColumnStoreSettings {

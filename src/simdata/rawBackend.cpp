@@ -150,6 +150,27 @@ class RawDataset : public Dataset {
 
   void expectBulkReads(int count) override { storeWanted_ = storeWanted_ || count > 1; }
 
+  /// Real point-major records of a plain plot (not stepped, no sign-flagged scale) stream.
+  bool streamsSignals() const override {
+    return hasAxis_ && plot_.uniformRecords() && plot_.numbers == raw::Numbers::kReal &&
+           !plot_.absoluteScale && !plot_.stepped() && plot_.points > 0;
+  }
+
+  bool streamSignals(const SignalArray& signals, const PointChunkVisitor& visit) override {
+    if (!streamsSignals()) {
+      return false;
+    }
+    std::vector<int> columns(static_cast<size_t>(signals.count()));
+    for (int i = 0; i < signals.count(); ++i) {
+      columns[static_cast<size_t>(i)] = columnOf(signals.at(i));
+      if (columns[static_cast<size_t>(i)] < 0) {
+        return false;
+      }
+    }
+    raw::streamColumns(recordLayout(), columns, visit);
+    return true;
+  }
+
   /// The scale's extent (over every run of a stepped plot, which also gets a "step"
   /// dimension counting its runs).
   const Sweep* sweep() const override {
@@ -256,17 +277,22 @@ class RawDataset : public Dataset {
   const raw::ColumnStore* columnStore() const {
     if (!store_ && storeWanted_ && !storeFailed_ && plot_.uniformRecords() &&
         !plot_.absoluteScale && plot_.points > 0) {
-      raw::RecordLayout records;
-      records.base = file_->bytes().data() + plot_.dataOffset;
-      records.points = static_cast<size_t>(plot_.points);
-      records.columns = static_cast<size_t>(plot_.variableCount());
-      records.recordBytes = plot_.recordBytes;
-      records.valueBytes = plot_.valueBytes();
       std::string error;
-      store_ = raw::ColumnStore::build(records, raw::columnStoreSettings(), error);
+      store_ = raw::ColumnStore::build(recordLayout(), raw::columnStoreSettings(), error);
       storeFailed_ = !store_;
     }
     return store_.get();
+  }
+
+  /// The plot's records as the column access reads them (uniform records only).
+  raw::RecordLayout recordLayout() const {
+    raw::RecordLayout records;
+    records.base = file_->bytes().data() + plot_.dataOffset;
+    records.points = static_cast<size_t>(plot_.points);
+    records.columns = static_cast<size_t>(plot_.variableCount());
+    records.recordBytes = plot_.recordBytes;
+    records.valueBytes = plot_.valueBytes();
+    return records;
   }
 
   /// A column of the store in memory, viewed in place.

@@ -3,7 +3,9 @@
 // (results directory, datasets, signals, values, waveforms, data vectors, sweeps). Backends
 // implement it; the rest of the program only sees these classes.
 
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -190,6 +192,21 @@ class Dataset {
   /// choose how to serve them (data stored point by point is worth transposing once when
   /// it is read in several batches).
   virtual void expectBulkReads(int count) { static_cast<void>(count); }
+  /// Whether streamSignals can visit this dataset: data stored point by point whose signals
+  /// all share the dataset's axis.
+  virtual bool streamsSignals() const { return false; }
+  /// Visits the values of the signals in one pass over the data, chunk of points by chunk
+  /// of points: visit(first, count, values) receives in values[k] the `count` values of
+  /// signal k from point `first`, read as getDataVectorAt reads them (NaN as 0.0). Chunks
+  /// come in order and cover every point of the axis. Returns false, without visiting, when
+  /// the dataset cannot stream (the caller then reads in batches).
+  using PointChunkVisitor =
+      std::function<void(size_t first, size_t count, std::span<const double* const> values)>;
+  virtual bool streamSignals(const SignalArray& signals, const PointChunkVisitor& visit) {
+    static_cast<void>(signals);
+    static_cast<void>(visit);
+    return false;
+  }
   /// Looks a signal up by either of its names.
   const Signal* findSignal(std::string_view name);
 };

@@ -1,0 +1,398 @@
+#pragma once
+// The pieces the statistics loops are built from: the peak rules, the trapezoid sums, the
+// AC threshold pulses and the rules applied once a loop has run. Shared by the kernels of
+// statistics.cpp and the streamed measures of streamedStatistics.cpp, so that both do the
+// same arithmetic in the same order.
+
+#include <algorithm>
+#include <cmath>
+
+#include "analysis/statistics.h"
+
+namespace analysis::detail {
+
+/// Thresholds of the two pulse kinds of one instance.
+struct Thresholds {
+  double duration = 0.0;  // a duration pulse lasts while the magnitude is above this
+  double ac = 0.0;        // an AC threshold pulse lasts while the magnitude is at least this
+};
+
+inline Thresholds thresholdsFor(const StatisticsSettings& settings, const InstanceTraits& instance) {
+  Thresholds thresholds;
+  if (settings.durationTime != 0.0) {
+    thresholds.duration = instance.thresholdValue * instance.thresholdScale;
+  }
+  if (settings.durationTime == 0.0 && settings.acPulseThreshold >= 0.0) {
+    thresholds.ac = settings.acPulseThreshold * instance.thresholdValue;
+  }
+  return thresholds;
+}
+
+/// The peak rules: the plain rule (ties go to the later sample) or, with a duration time,
+/// pulses above the threshold that must outlast the duration to hold the peak.
+class PeakTracker {
+ public:
+  PeakTracker(double durationTime, double threshold, const voltageData& out)
+      : duration_(durationTime),
+        threshold_(threshold),
+        peak_(out.peak),
+        peakValue_(out.peakValue) {}
+
+  /// kDuration: whether a duration time is set (decided once per measure).
+  template <bool kDuration>
+  void observe(double magnitude, double raw, double time) {
+    if constexpr (!kDuration) {
+      plain(magnitude, raw, time);
+      return;
+    }
+    if (magnitude > threshold_) {
+      if (!open_) {
+        open_ = true;
+        pulseStart_ = time;
+        pulseMax_ = magnitude;
+        pulseMaxTime_ = time;
+      } else if (magnitude > pulseMax_) {
+        pulseMax_ = magnitude;
+        pulseMaxTime_ = time;
+      }
+    } else if (open_) {
+      open_ = false;
+      if (time - pulseStart_ > duration_ && pulseMax_ >= peak_) {
+        peak_ = pulseMax_;
+        peakTime_ = pulseMaxTime_;
+        // The raw value of the closing sample, not of the maximum: intended.
+        peakValue_ = raw;
+      }
+    } else {
+      plain(magnitude, raw, time);
+    }
+  }
+
+  /// The state of the plain rule, for loops that keep it in locals while they run.
+  struct Plain {
+    double peak;
+    double peakValue;
+    double peakTime;
+  };
+  Plain plainState() const { return {peak_, peakValue_, peakTime_}; }
+  void setPlainState(const Plain& state) {
+    peak_ = state.peak;
+    peakValue_ = state.peakValue;
+    peakTime_ = state.peakTime;
+  }
+
+  /// Writes the peak and its raw value; a pulse still open is never accepted.
+  void store(voltageData& out) const {
+    out.peak = peak_;
+    out.peakValue = peakValue_;
+  }
+  double peakTime() const { return peakTime_; }
+
+ private:
+  void plain(double magnitude, double raw, double time) {
+    if (magnitude >= peak_) {
+      peak_ = magnitude;
+      peakValue_ = raw;
+      peakTime_ = time;
+    }
+  }
+
+  double duration_;
+  double threshold_;
+  double peak_;
+  double peakValue_;
+  double peakTime_ = 0.0;
+  bool open_ = false;
+  double pulseStart_ = 0.0;
+  double pulseMax_ = 0.0;
+  double pulseMaxTime_ = 0.0;
+};
+
+/// Polarity averages accumulated, from the ignore setting: both for 2, the positive one for
+/// -1 (negative currents ignored), the negative one for 1, none otherwise.
+constexpr int kSplitPositive = 1;
+constexpr int kSplitNegative = 2;
+
+inline int splitOf(int ignoreSign) {
+  switch (ignoreSign) {
+    case 2:
+      return kSplitPositive | kSplitNegative;
+    case -1:
+      return kSplitPositive;
+    case 1:
+      return kSplitNegative;
+    default:
+      return 0;
+  }
+}
+
+/// The trapezoid sums of one measure. The record's fields are continued from the values the
+/// caller handed in.
+struct AreaSums {
+  explicit AreaSums(const voltageData& out)
+      : avg(out.avg),
+        rawAvg(out.rawAvg),
+        avgPositive(out.avgPositive),
+        avgNegative(out.avgNegative),
+        rms(out.rms),
+        absAvg(out.absAvg) {}
+
+  /// One trapezoid step from (t, raw, d) to (tNext, rawNext, dNext), d being the difference.
+  /// kSplit: which polarity averages the ignore setting accumulates.
+  template <int kSplit>
+  void step(double t, double raw, double d, double tNext, double rawNext, double dNext) {
+    const double dt = tNext - t;
+    const double mid = (d + dNext) / 2;
+    const double area = dt * mid;
+    avg += area;
+    rawAvg += (rawNext + raw) / 2 * dt;
+    if (mid >= 0) {
+      positiveArea += area;
+    } else {
+      negativeArea += area;
+    }
+    if constexpr ((kSplit & kSplitPositive) != 0) {
+      if (mid >= 0) {
+        avgPositive += area;
+        positiveTime += dt;
+      }
+    }
+    if constexpr ((kSplit & kSplitNegative) != 0) {
+      if (mid < 0) {
+        avgNegative += area;
+        negativeTime += dt;
+      }
+    }
+    rms += dt * (d * d + dNext * dNext) / 2;
+    absAvg += dt * (std::fabs(d) + std::fabs(dNext)) / 2;
+  }
+
+  double avg;
+  double rawAvg;
+  double avgPositive;
+  double avgNegative;
+  double rms;
+  double absAvg;
+  double positiveArea = 0.0;
+  double negativeArea = 0.0;
+  double positiveTime = 0.0;
+  double negativeTime = 0.0;
+};
+
+/// The running values of the plain peak rule and of the trapezoid sums, held in locals by
+/// the fast loops below (kept in registers instead of being stored and reloaded each step).
+/// Every step does the same operations in the same order as PeakTracker::observe<false> and
+/// AreaSums::step, so the results are the same to the last bit. A step's right-hand
+/// difference, magnitude and square are kept as the next step's left-hand ones: the same
+/// operands give the same bits.
+struct PlainLoopState {
+  PlainLoopState(const PeakTracker& peak, const AreaSums& sums)
+      : plain(peak.plainState()),
+        avg(sums.avg),
+        rawAvg(sums.rawAvg),
+        avgPositive(sums.avgPositive),
+        avgNegative(sums.avgNegative),
+        rms(sums.rms),
+        absAvg(sums.absAvg),
+        positiveArea(sums.positiveArea),
+        negativeArea(sums.negativeArea),
+        positiveTime(sums.positiveTime),
+        negativeTime(sums.negativeTime) {}
+
+  void storeInto(PeakTracker& peak, AreaSums& sums) const {
+    peak.setPlainState(plain);
+    sums.avg = avg;
+    sums.rawAvg = rawAvg;
+    sums.avgPositive = avgPositive;
+    sums.avgNegative = avgNegative;
+    sums.rms = rms;
+    sums.absAvg = absAvg;
+    sums.positiveArea = positiveArea;
+    sums.negativeArea = negativeArea;
+    sums.positiveTime = positiveTime;
+    sums.negativeTime = negativeTime;
+  }
+
+  void observe(double magnitude, double raw, double time) {
+    if (magnitude >= plain.peak) {
+      plain.peak = magnitude;
+      plain.peakValue = raw;
+      plain.peakTime = time;
+    }
+  }
+
+  /// AreaSums::step with the step's length (tNext - t) and the squares and magnitudes of
+  /// both ends given.
+  template <int kSplit>
+  void step(double dt, double raw, double d, double absD, double squareD, double rawNext,
+            double dNext, double absNext, double squareNext) {
+    const double mid = (d + dNext) / 2;
+    const double area = dt * mid;
+    avg += area;
+    rawAvg += (rawNext + raw) / 2 * dt;
+    // Adding +0.0 leaves a sum that started at +0.0 unchanged (such a sum is never -0.0),
+    // so the side that does not take the area may add zero instead of branching.
+    const bool positive = mid >= 0;
+    positiveArea += positive ? area : 0.0;
+    negativeArea += positive ? 0.0 : area;
+    if constexpr ((kSplit & kSplitPositive) != 0) {
+      if (positive) {
+        avgPositive += area;
+        positiveTime += dt;
+      }
+    }
+    if constexpr ((kSplit & kSplitNegative) != 0) {
+      if (!positive) {
+        avgNegative += area;
+        negativeTime += dt;
+      }
+    }
+    rms += dt * (squareD + squareNext) / 2;
+    absAvg += dt * (absD + absNext) / 2;
+  }
+
+  PeakTracker::Plain plain;
+  double avg;
+  double rawAvg;
+  double avgPositive;
+  double avgNegative;
+  double rms;
+  double absAvg;
+  double positiveArea;
+  double negativeArea;
+  double positiveTime;
+  double negativeTime;
+};
+
+/// AC threshold pulses: runs of steps whose left magnitude is at least the threshold.
+class ThresholdPulses {
+ public:
+  ThresholdPulses(const StatisticsSettings& settings, double threshold, PwcAcEDataList* list)
+      : settings_(settings), threshold_(threshold), list_(list) {}
+
+  /// kEnabled: whether AC threshold pulses are on (decided once per measure).
+  template <bool kEnabled>
+  void step(double t, double d, double tNext, double dNext) {
+    if constexpr (!kEnabled) {
+      return;
+    }
+    const double magnitude = std::fabs(d);
+    if (magnitude >= threshold_) {
+      if (!open_) {
+        open_ = true;
+        start_ = t;
+        integral_ = 0.0;
+        max_ = magnitude;
+        maxTime_ = t;
+      } else if (magnitude > max_) {
+        max_ = magnitude;
+        maxTime_ = t;
+      }
+      integral_ += (tNext - t) * (d * d + dNext * dNext) / 2;
+      end_ = tNext;
+    } else {
+      flush();
+    }
+  }
+
+  void flush() {
+    if (!open_) {
+      return;
+    }
+    open_ = false;
+    const double shape = max_ != 0.0 ? integral_ / (max_ * max_) : 0.0;
+    recordAcPulse(settings_, list_, {start_, end_, max_, maxTime_, shape});
+  }
+
+ private:
+  const StatisticsSettings& settings_;
+  double threshold_;
+  PwcAcEDataList* list_;
+  bool open_ = false;
+  double start_ = 0.0;
+  double end_ = 0.0;
+  double integral_ = 0.0;
+  double max_ = 0.0;
+  double maxTime_ = 0.0;
+};
+
+/// Calls `run.template operator()<kDuration, kAcPulses, kSplit>()` with the modes of the
+/// settings, so that the per-step loops carry no mode tests.
+template <typename Run>
+void withModes(const StatisticsSettings& settings, Run&& run) {
+  const bool duration = settings.durationTime != 0.0;
+  const bool acPulses = settings.acPulseThreshold >= 0.0;
+  auto bySplit = [&]<bool kDuration, bool kAcPulses>() {
+    switch (splitOf(settings.ignoreSign)) {
+      case 0:
+        run.template operator()<kDuration, kAcPulses, 0>();
+        break;
+      case kSplitPositive:
+        run.template operator()<kDuration, kAcPulses, kSplitPositive>();
+        break;
+      case kSplitNegative:
+        run.template operator()<kDuration, kAcPulses, kSplitNegative>();
+        break;
+      default:
+        run.template operator()<kDuration, kAcPulses, kSplitPositive | kSplitNegative>();
+        break;
+    }
+  };
+  if (duration) {
+    if (acPulses) {
+      bySplit.template operator()<true, true>();
+    } else {
+      bySplit.template operator()<true, false>();
+    }
+  } else if (acPulses) {
+    bySplit.template operator()<false, true>();
+  } else {
+    bySplit.template operator()<false, false>();
+  }
+}
+
+/// Direction from the sign of the signed average, then the orientation rule.
+inline int directionFor(const InstanceTraits& instance, double signedAvg) {
+  int direction = -1;
+  if (instance.directionKnown == 0) {
+    direction = signedAvg < 0 ? 0 : 1;
+  }
+  if (instance.orientation == 1) {
+    direction = signedAvg >= 0 ? 0 : 1;
+  } else if (instance.orientation != -1) {
+    direction = signedAvg < 0 ? 0 : 1;
+  }
+  return direction;
+}
+
+/// Reverse currents heal part of the damage of the forward ones.
+inline void applyRecovery(const StatisticsSettings& settings, double instanceFactor, const AreaSums& sums,
+                   voltageData& out) {
+  double factor = 0.0;
+  if (settings.recoveryFactor != 0.0f) {
+    factor = instanceFactor;
+  } else if (settings.emRecoveryFactorGiven) {
+    factor = settings.emRecoveryFactor;
+  } else {
+    return;
+  }
+  const double forward = std::max(sums.positiveArea, std::fabs(sums.negativeArea));
+  const double reverse = std::min(sums.positiveArea, std::fabs(sums.negativeArea));
+  out.avg = forward - reverse * factor;
+}
+
+/// The end of a one-waveform measure once its loop has run: `measured` says whether the
+/// loop ran (y present and the range not empty). Flushes the AC threshold pulses, stores the
+/// peak, measures the AC pulses, sets the direction and normalises; returns the direction.
+int finishOneWaveform(const StatisticsSettings& settings, const InstanceTraits& instance,
+                      bool measured, IndexRange range, Samples x, Samples y, PeakTracker& peak,
+                      AreaSums& sums, ThresholdPulses& acPulses, voltageData& out);
+
+/// The end of a two-waveform measure once its walk has run (after the AC threshold pulses
+/// were flushed): stores the peak, measures the AC pulses, sets the direction and
+/// normalises over [windowStart, lastTime]; returns the direction.
+int finishTwoWaveforms(const StatisticsSettings& settings, const InstanceTraits& instance,
+                       Samples x1, Samples x2, Samples y1, Samples y2, const PeakTracker& peak,
+                       AreaSums& sums, double windowStart, double lastTime, voltageData& out);
+
+}  // namespace analysis::detail

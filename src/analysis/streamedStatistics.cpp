@@ -1,0 +1,276 @@
+#include "analysis/streamedStatistics.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+
+#include "analysis/detail/statisticsParts.h"
+#include "support/threadPool.h"
+
+namespace analysis {
+
+using detail::AreaSums;
+using detail::PeakTracker;
+using detail::PlainLoopState;
+using detail::ThresholdPulses;
+
+namespace {
+
+/// Instances advanced per piece of work handed to a thread.
+constexpr size_t kInstancesPerPiece = 256;
+
+/// The running values of a fresh record, as the kernels start them.
+PlainLoopState freshLoopState() {
+  const voltageData fresh = freshVoltageData();
+  return PlainLoopState(PeakTracker(0.0, 0.0, fresh), AreaSums(fresh));
+}
+
+}  // namespace
+
+struct StreamedMeasures::State {
+  State() : loop(freshLoopState()) {}
+  PlainLoopState loop;
+  // The current point of the loop: raw value, difference, its magnitude and square.
+  double raw = 0.0;
+  double d = 0.0;
+  double absD = 0.0;
+  double squareD = 0.0;
+  bool started = false;
+};
+
+bool streamable(const StatisticsSettings& settings) {
+  return settings.durationTime == 0.0 && !(settings.acPulseThreshold >= 0.0) &&
+         !(settings.acAnalysis && settings.acPeakMethod == AcPeakMethod::kHalfPeakPulses);
+}
+
+StreamedMeasures::StreamedMeasures(const StatisticsSettings& settings, std::vector<double> axis,
+                                   IndexRange range, std::vector<StreamedInstance> instances)
+    : settings_(settings),
+      axis_(std::move(axis)),
+      range_(range),
+      instances_(std::move(instances)),
+      placeOf_(instances_.size(), SIZE_MAX) {
+  const size_t n = axis_.size();
+  dt_.assign(n, 0.0);
+  for (size_t j = 1; j < n; ++j) {
+    dt_[j] = axis_[j] - axis_[j - 1];
+  }
+  // measureOneWaveform: observe(i), then step i -> i + 1 while i + 1 < n, going on while
+  // i + 1 <= stop.
+  const long long stop = range_.stop;
+  rangeMeasured_ = range_.start >= 0 && static_cast<size_t>(range_.start) < n &&
+                   range_.start <= range_.stop;
+  if (rangeMeasured_) {
+    const long long last = static_cast<long long>(n) - 1;
+    observeEnd_ = static_cast<size_t>(std::min(stop, last) + 1);
+    stepEnd_ = static_cast<size_t>(std::min(stop + 1, last) + 1);
+  }
+  // walkWindow with SharedAxisWalk: a step is visited when its left point is not before the
+  // start time; the walk ends after the first step whose right point passes the stop time.
+  visit_.assign(std::max<size_t>(n, 1), 0);
+  if (n > 0) {
+    lastTime_ = axis_[0];
+  }
+  for (size_t j = 1; j < n; ++j) {
+    visit_[j] = !(axis_[j - 1] < settings_.startTime);
+    if (visit_[j] && !visitedAny_) {
+      windowStart_ = axis_[j - 1];
+      visitedAny_ = true;
+    }
+    lastTime_ = axis_[j];
+    walkEnd_ = j + 1;
+    if (axis_[j] > settings_.stopTime) {
+      break;
+    }
+  }
+  visitFrom_ = 1;
+  while (visitFrom_ < walkEnd_ && !visit_[visitFrom_]) {
+    ++visitFrom_;
+  }
+  for (size_t j = visitFrom_; j < walkEnd_; ++j) {
+    visitContiguous_ = visitContiguous_ && visit_[j] != 0;
+  }
+
+  std::vector<size_t> order;
+  for (size_t k = 0; k < instances_.size(); ++k) {
+    const StreamedKind kind = instances_[k].kind;
+    // A one-waveform loop over an empty range never runs.
+    if (kind == StreamedKind::kTwoWaveforms ||
+        (kind == StreamedKind::kOneWaveform && rangeMeasured_)) {
+      order.push_back(k);
+    }
+  }
+  std::sort(order.begin(), order.end(), [&](size_t a, size_t b) {
+    const StreamedInstance& x = instances_[a];
+    const StreamedInstance& y = instances_[b];
+    return x.slot1 != y.slot1 ? x.slot1 < y.slot1 : x.slot2 != y.slot2 ? x.slot2 < y.slot2 : a < b;
+  });
+  ordered_.reserve(order.size());
+  for (size_t place = 0; place < order.size(); ++place) {
+    placeOf_[order[place]] = place;
+    ordered_.push_back(instances_[order[place]]);
+  }
+  states_.resize(order.size());
+}
+
+StreamedMeasures::~StreamedMeasures() = default;
+
+template <int kSplit>
+void StreamedMeasures::advance(size_t place, size_t first, size_t count,
+                               std::span<const double* const> slotValues) {
+  State& state = states_[place];
+  const StreamedInstance& instance = ordered_[place];
+  const size_t end = first + count;
+  // The loops of oneWaveformPlainLoop and sharedAxisPlainWalk (statistics.cpp), resumed at
+  // the chunk's first point with the running values held in locals.
+  PlainLoopState loop = state.loop;
+  double raw = state.raw;
+  double d = state.d;
+  double absD = state.absD;
+  double squareD = state.squareD;
+  const double* axis = axis_.data();
+  const double* dt = dt_.data();
+  const double* y1 = slotValues[static_cast<size_t>(instance.slot1)] - first;
+  if (instance.kind == StreamedKind::kOneWaveform) {
+    const size_t start = static_cast<size_t>(range_.start);
+    const double ref = instance.ref;
+    if (!state.started) {
+      if (start >= end) {
+        return;  // the range starts in a later chunk
+      }
+      raw = y1[start];
+      d = raw - ref;
+      absD = std::fabs(d);
+      squareD = d * d;
+      loop.observe(absD, raw, axis[start]);
+      state.started = true;
+    }
+    const size_t to = std::min(end, stepEnd_);
+    for (size_t j = std::max(first, start + 1); j < to; ++j) {
+      const double rawNext = y1[j];
+      const double dNext = rawNext - ref;
+      const double absNext = std::fabs(dNext);
+      const double squareNext = dNext * dNext;
+      loop.step<kSplit>(dt[j], raw, d, absD, squareD, rawNext, dNext, absNext, squareNext);
+      raw = rawNext;
+      d = dNext;
+      absD = absNext;
+      squareD = squareNext;
+      if (j < observeEnd_) {
+        loop.observe(absD, raw, axis[j]);
+      }
+    }
+  } else {
+    const double* y2 = slotValues[static_cast<size_t>(instance.slot2)] - first;
+    auto setCurrent = [&](size_t i) {
+      raw = y1[i];
+      d = raw - y2[i];
+      absD = std::fabs(d);
+      squareD = d * d;
+    };
+    if (!state.started) {
+      setCurrent(0);
+      state.started = true;
+    }
+    auto visit = [&](size_t j) {
+      const double rawNext = y1[j];
+      const double dNext = rawNext - y2[j];
+      const double absNext = std::fabs(dNext);
+      const double squareNext = dNext * dNext;
+      // The peak is tested at the left end of each step only.
+      loop.observe(absD, raw, axis[j - 1]);
+      loop.step<kSplit>(dt[j], raw, d, absD, squareD, rawNext, dNext, absNext, squareNext);
+      raw = rawNext;
+      d = dNext;
+      absD = absNext;
+      squareD = squareNext;
+    };
+    const size_t from = std::max<size_t>(first, 1);
+    const size_t to = std::min(end, walkEnd_);
+    if (visitContiguous_) {
+      // Steps before the window only move the current point on.
+      const size_t skipTo = std::min(to, visitFrom_);
+      if (from < skipTo) {
+        setCurrent(skipTo - 1);
+      }
+      for (size_t j = std::max(from, visitFrom_); j < to; ++j) {
+        visit(j);
+      }
+    } else {
+      for (size_t j = from; j < to; ++j) {
+        if (visit_[j]) {
+          visit(j);
+        } else {
+          setCurrent(j);
+        }
+      }
+    }
+  }
+  state.loop = loop;
+  state.raw = raw;
+  state.d = d;
+  state.absD = absD;
+  state.squareD = squareD;
+}
+
+void StreamedMeasures::feed(size_t first, size_t count,
+                            std::span<const double* const> slotValues) {
+  if (count == 0 || first + count > axis_.size()) {
+    return;
+  }
+  auto run = [&]<int kSplit>() {
+    support::ThreadPool::shared().parallelFor(
+        states_.size(), kInstancesPerPiece, [&](size_t begin, size_t end) {
+          for (size_t place = begin; place < end; ++place) {
+            advance<kSplit>(place, first, count, slotValues);
+          }
+        });
+  };
+  switch (detail::splitOf(settings_.ignoreSign)) {
+    case 0:
+      run.template operator()<0>();
+      break;
+    case detail::kSplitPositive:
+      run.template operator()<detail::kSplitPositive>();
+      break;
+    case detail::kSplitNegative:
+      run.template operator()<detail::kSplitNegative>();
+      break;
+    default:
+      run.template operator()<detail::kSplitPositive | detail::kSplitNegative>();
+      break;
+  }
+}
+
+int StreamedMeasures::finish(size_t k, voltageData& out) const {
+  const StreamedInstance& instance = instances_[k];
+  if (instance.kind == StreamedKind::kNothing) {
+    return -1;
+  }
+  // An instance whose loop never runs finishes from a fresh state.
+  static const State kUntouched;
+  const State& state = placeOf_[k] != SIZE_MAX ? states_[placeOf_[k]] : kUntouched;
+  // The objects the kernels finish with, holding what the loop accumulated.
+  const detail::Thresholds thresholds = detail::thresholdsFor(settings_, instance.traits);
+  PeakTracker peak(settings_.durationTime, thresholds.duration, out);
+  AreaSums sums(out);
+  ThresholdPulses acPulses(settings_, thresholds.ac, out.acPulses);
+  state.loop.storeInto(peak, sums);
+  const Samples axis(axis_);
+  if (instance.kind == StreamedKind::kOneWaveform) {
+    const bool measured = rangeMeasured_;
+    // The waveform itself is only read again by the half-peak measure, which does not stream.
+    const int direction = detail::finishOneWaveform(settings_, instance.traits, measured, range_,
+                                                    axis, Samples(), peak, sums, acPulses, out);
+    if (instance.secondNodeAlone) {
+      out.rawAvg = 0.0;
+      out.peakValue = 0.0;
+    }
+    return direction;
+  }
+  acPulses.flush();
+  return detail::finishTwoWaveforms(settings_, instance.traits, axis, axis, Samples(), Samples(),
+                                    peak, sums, visitedAny_ ? windowStart_ : 0.0, lastTime_, out);
+}
+
+}  // namespace analysis
