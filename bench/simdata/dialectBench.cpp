@@ -72,8 +72,8 @@ std::string rawHeader(const Shape& shape, const char* flags, const char* command
   }
   text += "Variables:\n\t0\ttime\ttime\n";
   for (int s = 1; s <= shape.signals; ++s) {
-    text += "\t" + std::to_string(s) + (upper ? "\tV(n" : "\tv(n") + std::to_string(s) +
-            ")\tvoltage\n";
+    text +=
+        "\t" + std::to_string(s) + (upper ? "\tV(n" : "\tv(n") + std::to_string(s) + ")\tvoltage\n";
   }
   return text + "Binary:\n";
 }
@@ -101,8 +101,8 @@ bool writeFastAccess(const std::string& path, const Shape& shape) {
   if (file == nullptr) {
     return false;
   }
-  const std::string header =
-      utf16(rawHeader(shape, "real forward fastaccess", "Linear Technology Corporation LTspice", true));
+  const std::string header = utf16(
+      rawHeader(shape, "real forward fastaccess", "Linear Technology Corporation LTspice", true));
   std::fwrite(header.data(), 1, header.size(), file);
   std::vector<double> time(static_cast<size_t>(shape.points));
   for (int p = 0; p < shape.points; ++p) {
@@ -188,10 +188,11 @@ int runCase(const char* label, const std::string& results, double megabytes,
   }
   rusage usage{};
   getrusage(RUSAGE_SELF, &usage);
-  std::fprintf(stderr, "%-8s %10.1f MB  open %7.2f s  select+load %6.2f s  run %7.2f s  "
-                       "peak RSS %7.0f MB  instances %d failed %d%s\n",
-               label, megabytes, openSeconds,
-               loadSeconds, runSeconds, static_cast<double>(usage.ru_maxrss) / 1024.0,
+  std::fprintf(stderr,
+               "%-8s %10.1f MB  open %7.2f s  select+load %6.2f s  run %7.2f s  "
+               "peak RSS %7.0f MB  instances %d failed %d%s\n",
+               label, megabytes, openSeconds, loadSeconds, runSeconds,
+               static_cast<double>(usage.ru_maxrss) / 1024.0,
                static_cast<int>(session.instances.instances.size()), failed,
                ran ? "" : "  (FAILED)");
   return ran ? 0 : 1;
@@ -235,8 +236,10 @@ int main(int argc, char** argv) {
     } else if (next != nullptr && arg == "--dir") {
       dir = argv[++i];
     } else {
-      std::fprintf(stderr, "usage: %s [--cases ngspice,fast,psf] [--signals N] [--points T] "
-                           "[--psf-signals N] [--psf-points T] [--dir DIR] [--keep]\n", argv[0]);
+      std::fprintf(stderr,
+                   "usage: %s [--cases ngspice,fast,psf] [--signals N] [--points T] "
+                   "[--psf-signals N] [--psf-points T] [--dir DIR] [--keep]\n",
+                   argv[0]);
       return 2;
     }
   }
@@ -283,9 +286,9 @@ int main(int argc, char** argv) {
     }
     std::fprintf(stderr, "%-8s written in %.1f s\n", c.name, secondsSince(start));
     const bool folder = std::string(c.name) == "psf";
-    failures += inChild(c.name, folder ? fs::path(c.path).parent_path().string() : c.path,
-                        static_cast<double>(fs::file_size(c.path)) / 1e6, c.dataset, c.netlist,
-                        c.shape);
+    failures +=
+        inChild(c.name, folder ? fs::path(c.path).parent_path().string() : c.path,
+                static_cast<double>(fs::file_size(c.path)) / 1e6, c.dataset, c.netlist, c.shape);
     if (!keep) {
       fs::remove(c.path, error);
     }

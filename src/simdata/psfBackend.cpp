@@ -123,8 +123,8 @@ class PsfDataset : public Dataset {
 
   const std::shared_ptr<const ViewVector>& sweepVector() const {
     if (!x_) {
-      x_ = std::make_shared<const ViewVector>(data_->sweepName, data_->sweepUnits, kFloat64,
-                                              data_, std::span<const double>(data_->sweepValues));
+      x_ = std::make_shared<const ViewVector>(data_->sweepName, data_->sweepUnits, kFloat64, data_,
+                                              std::span<const double>(data_->sweepValues));
     }
     return x_;
   }
@@ -329,8 +329,9 @@ bool PsfBackend::recognises(const std::string& path) const {
     return true;
   }
   const std::vector<std::string> names = fileNamesIn(folder);
-  return std::any_of(names.begin(), names.end(),
-                     [&](const std::string& name) { return fileStartsLikePsfAscii(folder / name); });
+  return std::any_of(names.begin(), names.end(), [&](const std::string& name) {
+    return fileStartsLikePsfAscii(folder / name);
+  });
 }
 
 std::unique_ptr<ResultsDir> PsfBackend::open(const std::string& path) const {

@@ -217,8 +217,8 @@ class Parser {
   void run() {
     const Token first = lexer_.next();
     if (!isWord(first, "HEADER")) {
-      fail(first.offset, "not a PSF ASCII file: it does not start with HEADER (found " +
-                             describe(first) + ")");
+      fail(first.offset,
+           "not a PSF ASCII file: it does not start with HEADER (found " + describe(first) + ")");
     }
     parseHeader();
     if (isWord(lexer_.peek(), "TYPE")) {
@@ -243,20 +243,23 @@ class Parser {
     }
     const Token end = lexer_.next();
     if (!isWord(end, "END")) {
-      fail(end.offset, "expected a section (TYPE, SWEEP, TRACE, VALUE) or END, found " +
-                           describe(end));
+      fail(end.offset,
+           "expected a section (TYPE, SWEEP, TRACE, VALUE) or END, found " + describe(end));
     }
   }
 
   /// "line N: message" for an error at a byte offset.
   std::string locate(const ParseError& error) const {
     const size_t end = std::min(error.offset, bytes_.size());
-    const size_t line = 1 + static_cast<size_t>(std::count(bytes_.begin(), bytes_.begin() + end, '\n'));
+    const size_t line =
+        1 + static_cast<size_t>(std::count(bytes_.begin(), bytes_.begin() + end, '\n'));
     return "line " + std::to_string(line) + ": " + error.message;
   }
 
  private:
-  [[noreturn]] static void fail(size_t at, std::string text) { throw ParseError(at, std::move(text)); }
+  [[noreturn]] static void fail(size_t at, std::string text) {
+    throw ParseError(at, std::move(text));
+  }
 
   Token expect(TokenKind kind, const char* what) {
     Token token = lexer_.next();
@@ -286,9 +289,8 @@ class Parser {
         item.text = value.text;
         item.isNumber = true;
       } else {
-        fail(value.offset,
-             "expected the value of header entry \"" + excerpt(item.name) + "\", found " +
-                 describe(value));
+        fail(value.offset, "expected the value of header entry \"" + excerpt(item.name) +
+                               "\", found " + describe(value));
       }
       data_.header.push_back(std::move(item));
     }
@@ -333,8 +335,8 @@ class Parser {
       } else if (value.kind == TokenKind::kOpen) {
         skipList(open.offset);
       } else if (value.kind != TokenKind::kWord || !parseNumber(value.text, number)) {
-        fail(value.offset, "expected the value of property \"" + excerpt(name.text) +
-                               "\", found " + describe(value));
+        fail(value.offset, "expected the value of property \"" + excerpt(name.text) + "\", found " +
+                               describe(value));
       }
     }
   }
@@ -477,8 +479,7 @@ class Parser {
     skipPropIfAny(&units);
     if (type->category == Category::kReal || type->category == Category::kComplex) {
       data_.quantities.push_back(Quantity{trace.name, trace.written, typeText, units,
-                                          type->category == Category::kComplex, trace.column,
-                                          0.0});
+                                          type->category == Category::kComplex, trace.column, 0.0});
       data_.columns.emplace_back();
     } else if (type->category == Category::kRecord) {
       addFieldQuantities(*type, trace.name, trace.written, typeText, true);
@@ -546,8 +547,8 @@ class Parser {
           readNumber("the imaginary part of a complex value");
           expect(TokenKind::kClose, "')' closing a complex value");
         } else if (token.kind != TokenKind::kWord || !parseNumber(token.text, real)) {
-          fail(token.offset, "expected a number for \"" + excerpt(path) + "\", found " +
-                                 describe(token));
+          fail(token.offset,
+               "expected a number for \"" + excerpt(path) + "\", found " + describe(token));
         }
         if (scalars != nullptr) {
           scalars->push_back(real);
@@ -572,12 +573,13 @@ class Parser {
       case Category::kRecord: {
         const Token open = lexer_.next();
         if (open.kind != TokenKind::kOpen) {
-          fail(open.offset, "expected '(' opening the fields of \"" + excerpt(path) +
-                                "\", found " + describe(open));
+          fail(open.offset, "expected '(' opening the fields of \"" + excerpt(path) + "\", found " +
+                                describe(open));
         }
         for (const TypeDef& field : type.fields) {
           if (lexer_.peek().kind == TokenKind::kClose) {
-            fail(lexer_.peek().offset, "the value of \"" + excerpt(path) + "\" has fewer than its " +
+            fail(lexer_.peek().offset, "the value of \"" + excerpt(path) +
+                                           "\" has fewer than its " +
                                            std::to_string(type.fields.size()) + " fields");
           }
           readDatum(field, column, scalars, texts, field.name, depth + 1);
@@ -639,13 +641,14 @@ class Parser {
           s = addUndeclaredTrace(name);
           bySlot.emplace(name.text, s);
         } else {
-          fail(name.offset, "\"" + excerpt(name.text) + "\" is neither the sweep variable nor a "
-                                                        "trace listed in TRACE");
+          fail(name.offset, "\"" + excerpt(name.text) +
+                                "\" is neither the sweep variable nor a "
+                                "trace listed in TRACE");
         }
       }
       if (point == kNoPoint) {
-        fail(name.offset, "the value of \"" + excerpt(name.text) +
-                              "\" comes before the first sweep value");
+        fail(name.offset,
+             "the value of \"" + excerpt(name.text) + "\" comes before the first sweep value");
       }
       if (seenAt_[s] == point) {
         fail(name.offset,

@@ -368,9 +368,8 @@ class Parser {
           continue;
         }
         if (p > 0 && t < timeAt(p - 1)) {
-          warnings_.push_back(where + "the time axis goes backwards at point " +
-                              std::to_string(p) + " (" + shortNumber(t) + " after " +
-                              shortNumber(timeAt(p - 1)) + ")");
+          warnings_.push_back(where + "the time axis goes backwards at point " + std::to_string(p) +
+                              " (" + shortNumber(t) + " after " + shortNumber(timeAt(p - 1)) + ")");
           break;
         }
       }
@@ -445,8 +444,8 @@ class Parser {
     for (size_t v = 0; v < plot.variables.size(); ++v) {
       Variable& variable = plot.variables[v];
       variable.element = plot.numbers == Numbers::kComplex ? Element::kComplex
-                         : singles && !doubles && v > 0 ? Element::kFloat32
-                                                          : Element::kFloat64;
+                         : singles && !doubles && v > 0    ? Element::kFloat32
+                                                           : Element::kFloat64;
     }
     // Its time values carry a sign flag that is no part of the value.
     plot.absoluteScale = singles && lower(plot.plotname).find("transient") != std::string::npos;
@@ -592,10 +591,10 @@ class Parser {
     const size_t complete = remaining / plot.recordBytes;
     if (complete < static_cast<size_t>(points)) {
       fail(bytes_.size(), Place::kByteOffset,
-           "binary data of plot " + std::to_string(number) + " is truncated: " +
-               std::to_string(complete) + " complete of " + std::to_string(points) +
-               " points of " + std::to_string(plot.recordBytes) + " bytes from byte offset " +
-               std::to_string(plot.dataOffset));
+           "binary data of plot " + std::to_string(number) +
+               " is truncated: " + std::to_string(complete) + " complete of " +
+               std::to_string(points) + " points of " + std::to_string(plot.recordBytes) +
+               " bytes from byte offset " + std::to_string(plot.dataOffset));
     }
     plot.points = points;
     size_t offset = 0;
@@ -616,7 +615,8 @@ class Parser {
     const size_t remaining = bytes_.size() - pos_;
     size_t total = 0;
     for (const Variable& variable : plot.variables) {
-      const size_t length = static_cast<size_t>(std::min(variable.length < 0 ? points : variable.length, points));
+      const size_t length =
+          static_cast<size_t>(std::min(variable.length < 0 ? points : variable.length, points));
       const size_t bytes = length * elementBytes(variable.element);
       if (bytes > remaining - total) {
         fail(bytes_.size(), Place::kByteOffset,
@@ -654,9 +654,8 @@ class Parser {
         return (*plot.decoded)[p];
       }
       const Variable& scale = plot.variables.front();
-      const double value = loadElement(bytes_.data() + plot.dataOffset + scale.offset +
-                                           p * plot.stride(0),
-                                       scale.element);
+      const double value = loadElement(
+          bytes_.data() + plot.dataOffset + scale.offset + p * plot.stride(0), scale.element);
       return plot.absoluteScale ? std::fabs(value) : value;
     };
     const double first = scaleAt(0);
@@ -794,7 +793,7 @@ class Parser {
         for (size_t v = 0; v < variables; ++v) {
           out[v * static_cast<size_t>(points) + static_cast<size_t>(p)] =
               listed(plot.variables[v], unpadded, p) ? readValue(plot, p, static_cast<int>(v))
-                                                      : 0.0;
+                                                     : 0.0;
         }
       }
       finishDecoded(plot, points, std::move(decoded));
@@ -899,9 +898,9 @@ double RawFile::valueAt(const Plot& plot, int v, int p) const {
                            static_cast<size_t>(p)];
   }
   const Variable& variable = plot.variables[static_cast<size_t>(v)];
-  const double value = loadElement(map_.data() + plot.dataOffset + variable.offset +
-                                       static_cast<size_t>(p) * plot.stride(v),
-                                   variable.element);
+  const double value = loadElement(
+      map_.data() + plot.dataOffset + variable.offset + static_cast<size_t>(p) * plot.stride(v),
+      variable.element);
   return v == 0 && plot.absoluteScale ? std::fabs(value) : value;
 }
 

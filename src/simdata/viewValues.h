@@ -5,9 +5,9 @@
 
 #include <cstdint>
 #include <memory>
-#include <string_view>
 #include <span>
 #include <string>
+#include <string_view>
 #include <variant>
 #include <vector>
 

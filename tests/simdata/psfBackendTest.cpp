@@ -28,8 +28,7 @@ const char* const kIndexType =
     "\"format\" STRING *\n\"parent\" STRING *\n\"sweepVariable\" ARRAY ( * ) STRING *\n"
     "\"description\" STRING *\n)\n";
 
-std::string indexEntry(const std::string& name, const std::string& type,
-                       const std::string& file) {
+std::string indexEntry(const std::string& name, const std::string& type, const std::string& file) {
   return "\"" + name + "\" \"analysisInst\" (\n\"" + type + "\"\n\"" + file +
          "\"\n\"PSF\"\n\"\"\n()\n\"\"\n) PROP(\n\"data_type\" \"scalar\"\n)\n";
 }
@@ -71,10 +70,9 @@ void writeResults(const ScratchDir& dir) {
                                      indexEntry("dcOp-dc", "dc", "dcOp.dc") +
                                      indexEntry("ac-ac", "ac", "ac.ac") +
                                      indexEntry("element-info", "info", "element.info") + "END\n");
-  writeFile(dir.file("artistLogFile"), std::string("HEADER\n") + kIndexType + "VALUE\n" +
-                                           indexEntry("variables", "design_variables",
-                                                      "variables_file") +
-                                           "END\n");
+  writeFile(dir.file("artistLogFile"),
+            std::string("HEADER\n") + kIndexType + "VALUE\n" +
+                indexEntry("variables", "design_variables", "variables_file") + "END\n");
   writeFile(dir.file("tran.tran"), kTransient);
   writeFile(dir.file("element.info"), kElements);
   writeFile(dir.file("variables_file"), kVariables);
@@ -228,9 +226,9 @@ std::string sample(const std::string& relative) {
   return std::string(KRA2_SAMPLES_DIR) + "/psfascii/" + relative;
 }
 
-#define REQUIRE_SAMPLES()                                          \
-  if (!std::filesystem::is_directory(KRA2_SAMPLES_DIR)) {         \
-    GTEST_SKIP() << "no samples folder at " << KRA2_SAMPLES_DIR;  \
+#define REQUIRE_SAMPLES()                                        \
+  if (!std::filesystem::is_directory(KRA2_SAMPLES_DIR)) {        \
+    GTEST_SKIP() << "no samples folder at " << KRA2_SAMPLES_DIR; \
   }
 
 std::unique_ptr<simdata::ResultsDir> openSample(const std::string& relative) {

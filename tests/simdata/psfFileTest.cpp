@@ -45,7 +45,8 @@ const char* const kTypes =
 
 TEST(PsfFile, SweptTracesGroupsAndNumberForms) {
   const std::string text =
-      std::string("HEADER\n\"PSFversion\" \"1.00\"\n\"analysis type\" \"tran\"\n\"temp\" 25.0000\n") +
+      std::string(
+          "HEADER\n\"PSFversion\" \"1.00\"\n\"analysis type\" \"tran\"\n\"temp\" 25.0000\n") +
       kTypes +
       "SWEEP\n\"time\" \"sweep\" PROP(\n\"units\" \"s\"\n\"grid\" 1\n)\n"
       "TRACE\n\"V1:p\" \"I\" PROP(\n\"units\" \"mA\"\n)\n"
@@ -88,7 +89,8 @@ TEST(PsfFile, RecordEntriesAndUnsweptValues) {
       "\"resistor\" STRUCT(\n\"r\" FLOAT DOUBLE\n\"pwr\" FLOAT DOUBLE PROP(\n\"units\" \"W\"\n)\n"
       "\"model\" STRING *\n\"phi     \" FLOAT DOUBLE\n\"pins\" ARRAY ( * ) STRING *\n) PROP(\n"
       "\"key\" \"element\"\n)\n"
-      "\"inner\" STRUCT(\n\"v\" FLOAT DOUBLE\n\"sub\" STRUCT(\n\"a\" INT LONG\n\"b\" COMPLEX DOUBLE\n)\n)\n"
+      "\"inner\" STRUCT(\n\"v\" FLOAT DOUBLE\n\"sub\" STRUCT(\n\"a\" INT LONG\n\"b\" COMPLEX "
+      "DOUBLE\n)\n)\n"
       "VALUE\n"
       "\"out\" \"V\" 1.5\n"
       "\"Vsupply:p\" \"I\" -1.05e-06 PROP(\n\"units\" \"A\"\n)\n"
@@ -100,8 +102,8 @@ TEST(PsfFile, RecordEntriesAndUnsweptValues) {
   EXPECT_FALSE(data.swept);
   EXPECT_EQ(data.findHeader("design")->text, "(\"hj03\" \"psftest\")");
   const std::vector<std::pair<std::string, double>> expected = {
-      {"out", 1.5}, {"Vsupply:p", -1.05e-06}, {"R1:r", 1000}, {"R1:pwr", 2.5e-3},
-      {"R1:phi", 0.7}, {"X:v", 1}, {"X:sub:a", 2}, {"X:sub:b", 3}};
+      {"out", 1.5}, {"Vsupply:p", -1.05e-06}, {"R1:r", 1000}, {"R1:pwr", 2.5e-3}, {"R1:phi", 0.7},
+      {"X:v", 1},   {"X:sub:a", 2},           {"X:sub:b", 3}};
   ASSERT_EQ(data.quantities.size(), expected.size());
   for (size_t i = 0; i < expected.size(); ++i) {
     SCOPED_TRACE(expected[i].first);
@@ -163,7 +165,8 @@ TEST(PsfFile, SectionCombinationsOfRealFiles) {
 
 TEST(PsfFile, MalformedFilesNameTheLine) {
   const std::string head = std::string("HEADER\n") + kTypes;
-  const std::string swept = head + "SWEEP\n\"t\" \"sweep\"\nTRACE\n\"a\" \"V\"\n\"b\" \"V\"\nVALUE\n";
+  const std::string swept =
+      head + "SWEEP\n\"t\" \"sweep\"\nTRACE\n\"a\" \"V\"\n\"b\" \"V\"\nVALUE\n";
   std::string deep = "HEADER\nTYPE\n";
   for (int i = 0; i < 20; ++i) {
     deep += "\"s" + std::to_string(i) + "\" STRUCT(\n";
@@ -174,8 +177,9 @@ TEST(PsfFile, MalformedFilesNameTheLine) {
     const char* error;
   };
   const Case cases[] = {
-      {"empty", "", "mem.psf: line 1: not a PSF ASCII file: it does not start with HEADER (found "
-                    "the end of the file)"},
+      {"empty", "",
+       "mem.psf: line 1: not a PSF ASCII file: it does not start with HEADER (found "
+       "the end of the file)"},
       {"binary bytes", std::string("\0\0\0\x04PSF", 7),
        "mem.psf: line 1: not a PSF ASCII file: it does not start with HEADER"},
       {"string not closed", "HEADER\n\"PSFversion\" \"1.00\n",
@@ -191,8 +195,7 @@ TEST(PsfFile, MalformedFilesNameTheLine) {
       {"group with fewer members than announced",
        head + "SWEEP\n\"t\" \"sweep\"\nTRACE\n\"g\" GROUP 3\n\"a\" \"V\"\nVALUE\n",
        "mem.psf: line 20: GROUP \"g\" announces 3 members but lists 1"},
-      {"group count out of range",
-       head + "SWEEP\n\"t\" \"sweep\"\nTRACE\n\"g\" GROUP 1e300\n",
+      {"group count out of range", head + "SWEEP\n\"t\" \"sweep\"\nTRACE\n\"g\" GROUP 1e300\n",
        "mem.psf: line 18: expected the member count of GROUP \"g\", found '1e300'"},
       {"value before the first sweep value", swept + "\"a\" 1\n",
        "mem.psf: line 21: the value of \"a\" comes before the first sweep value"},
@@ -207,7 +210,8 @@ TEST(PsfFile, MalformedFilesNameTheLine) {
       {"not a number", swept + "\"t\" 0\n\"a\" 1.2.3\n",
        "mem.psf: line 22: expected a number for \"a\", found '1.2.3'"},
       {"complex value cut", head + "VALUE\n\"z\" \"Z\" (1 \n",
-       "mem.psf: line 17: expected the imaginary part of a complex value, found the end of the file"},
+       "mem.psf: line 17: expected the imaginary part of a complex value, found the end of the "
+       "file"},
       {"record with too few fields",
        "HEADER\nTYPE\n\"r\" STRUCT(\n\"a\" FLOAT DOUBLE\n\"b\" FLOAT DOUBLE\n)\nVALUE\n\"R\" \"r\" "
        "(\n1\n)\nEND",

@@ -395,7 +395,8 @@ TEST(RawDialects, BinaryPlotsAnnouncedWithZeroPoints) {
       "No. Points: 0       \nVariables:\n\t0\ttime\ttime\n\t1\tv(a)\tvoltage\nBinary:\n";
   const std::string op =
       "Title: t\nDate: d\nPlotname: Operating Point\nFlags: real\nNo. Variables: 1\n"
-      "No. Points: 1       \nVariables:\n\t0\tv(a)\tvoltage\nBinary:\n" + f64(0.7);
+      "No. Points: 1       \nVariables:\n\t0\tv(a)\tvoltage\nBinary:\n" +
+      f64(0.7);
   // Whole records up to the next plot are counted; nothing at all is a plot of no points.
   const std::string counted = head + f64(0) + f64(1) + f64(1e-9) + f64(2) + op;
   const std::string empty = head + op;
@@ -424,10 +425,12 @@ TEST(RawDialects, BytesAfterTheLastPlotAreReportedAndIgnored) {
     std::string warning;
   };
   const Case cases[] = {
-      {&zeros, "mem.raw: byte offset 170: 16 bytes after the data of plot 1 do not start a "
-               "plot and were ignored"},
-      {&table, "mem.raw: line 14: 22 bytes after the data of plot 1 do not start a plot and were "
-               "ignored"},
+      {&zeros,
+       "mem.raw: byte offset 170: 16 bytes after the data of plot 1 do not start a "
+       "plot and were ignored"},
+      {&table,
+       "mem.raw: line 14: 22 bytes after the data of plot 1 do not start a plot and were "
+       "ignored"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.warning);
@@ -450,9 +453,10 @@ TEST(RawDialects, UnpaddedShortVectorsArePaddedWithZeros) {
       "Title: t\nDate: d\nPlotname: Transient Analysis\nFlags: real unpadded\nNo. Variables: 3\n"
       "No. Points: 3\nVariables:\n\t0\ttime\ttime\n\t1\tv(a)\tvoltage\n"
       "\t2\tileak_value\tnotype dims=1\n";
-  const std::string text = head + "Values:\n 0\t0\n\t1\n\t5e-3\n\n 1\t1e-9\n\t2\n\n 2\t2e-9\n\t3\n\n";
-  const std::string binary = head + "Binary:\n" + f64(0) + f64(1) + f64(5e-3) + f64(1e-9) + f64(2) +
-                             f64(2e-9) + f64(3);
+  const std::string text =
+      head + "Values:\n 0\t0\n\t1\n\t5e-3\n\n 1\t1e-9\n\t2\n\n 2\t2e-9\n\t3\n\n";
+  const std::string binary =
+      head + "Binary:\n" + f64(0) + f64(1) + f64(5e-3) + f64(1e-9) + f64(2) + f64(2e-9) + f64(3);
   for (const std::string* bytes : {&text, &binary}) {
     const std::vector<Plot> plots = parseOk(*bytes);
     ASSERT_EQ(plots.size(), 1u);
@@ -469,7 +473,8 @@ TEST(RawDialects, MalformedDialectFilesNameTheLineOrOffset) {
   const std::string fast = ltTransientFast();
   const std::string unpadded =
       "Plotname: tran\nFlags: real unpadded\nNo. Variables: 2\nNo. Points: 3\nVariables:\n"
-      " 0 time time\n 1 x notype dims=1\nBinary:\n" + f64(0) + f64(7) + f64(1);
+      " 0 time time\n 1 x notype dims=1\nBinary:\n" +
+      f64(0) + f64(7) + f64(1);
   struct Case {
     const char* name;
     std::string bytes;

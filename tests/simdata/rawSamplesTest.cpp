@@ -22,9 +22,9 @@ std::string sample(const std::string& relative) {
   return std::string(KRA2_SAMPLES_DIR) + "/" + relative;
 }
 
-#define REQUIRE_SAMPLES()                                             \
-  if (!std::filesystem::is_directory(KRA2_SAMPLES_DIR)) {            \
-    GTEST_SKIP() << "no samples folder at " << KRA2_SAMPLES_DIR;     \
+#define REQUIRE_SAMPLES()                                        \
+  if (!std::filesystem::is_directory(KRA2_SAMPLES_DIR)) {        \
+    GTEST_SKIP() << "no samples folder at " << KRA2_SAMPLES_DIR; \
   }
 
 std::shared_ptr<const RawFile> openRaw(const std::string& relative) {
@@ -186,8 +186,8 @@ TEST(RawSamples, NgspiceMeshHoldsTheQuotedValues) {
 
 TEST(RawSamples, NgspiceComplexAndNoisePlots) {
   REQUIRE_SAMPLES();
-  for (const char* name : {"ngspice/spicelib/ac_ngspice.ascii.raw",
-                           "ngspice/spicelib/ac_ngspice.bin.raw"}) {
+  for (const char* name :
+       {"ngspice/spicelib/ac_ngspice.ascii.raw", "ngspice/spicelib/ac_ngspice.bin.raw"}) {
     SCOPED_TRACE(name);
     auto results = openResults(name);
     Dataset* ac = results->findDataset("ac");
@@ -255,7 +255,8 @@ TEST(RawSamples, LtspiceFloat32TimesStepsAndLayouts) {
   EXPECT_EQ(sweep->range(0)->min, 0.0);
   EXPECT_EQ(sweep->range(0)->max, 50.0);
   EXPECT_EQ(sweep->range(1)->maxInt(), 28);
-  auto run = reversed->findDataset("dc")->readValue(reversed->findDataset("dc")->signals()->at(1)->name2);
+  auto run =
+      reversed->findDataset("dc")->readValue(reversed->findDataset("dc")->signals()->at(1)->name2);
   EXPECT_EQ(run->waveAt(0)->xVector()->doubleAt(0), 50.0);
   EXPECT_EQ(run->waveAt(0)->xVector()->doubleAt(50), 0.0);
 
@@ -316,8 +317,7 @@ TEST(RawSamples, LtspiceTextTwinsAndHeaderQuirks) {
   EXPECT_EQ(pin->typeName, "subckt_current");
   // The zero record after the five points of this file is left alone.
   auto sweep = openRaw("ltspice/spicelib/DC_sweep.raw");
-  EXPECT_NE(sweep->warnings().front().find("32 bytes after the data of plot 1"),
-            std::string::npos);
+  EXPECT_NE(sweep->warnings().front().find("32 bytes after the data of plot 1"), std::string::npos);
 }
 
 TEST(RawSamples, XyceNamesPlotNamesAndTrailingTables) {
@@ -328,8 +328,8 @@ TEST(RawSamples, XyceNamesPlotNamesAndTrailingTables) {
   EXPECT_EQ(signals->at(1)->name1, "IN");
   EXPECT_EQ(signals->at(3)->name1, "VIN#branch");
   // Eight printed digits in the text form.
-  for (const char* stem : {"xyce/spicelib/tran_xyce", "xyce/spicelib/ac_xyce",
-                           "xyce/spicelib/sens_xyce"}) {
+  for (const char* stem :
+       {"xyce/spicelib/tran_xyce", "xyce/spicelib/ac_xyce", "xyce/spicelib/sens_xyce"}) {
     SCOPED_TRACE(stem);
     auto text = openRaw(std::string(stem) + ".ascii.raw");
     auto binary = openRaw(std::string(stem) + ".bin.raw");
@@ -350,8 +350,7 @@ TEST(RawSamples, XyceNamesPlotNamesAndTrailingTables) {
   EXPECT_EQ(sweep->range(0)->max, 5.0);
   auto sens = openRaw("xyce/spicelib/sens_xyce.bin.raw");
   EXPECT_EQ(sens->plots()[0].points, 11);
-  EXPECT_NE(sens->warnings().front().find("317 bytes after the data of plot 1"),
-            std::string::npos);
+  EXPECT_NE(sens->warnings().front().find("317 bytes after the data of plot 1"), std::string::npos);
 }
 
 }  // namespace
