@@ -49,10 +49,11 @@ test-sanitize: deps
 
 # Fuzzing: every parser under libFuzzer with the address and undefined-behaviour sanitizers
 # (clang from Debian). `make fuzz` runs each target for FUZZ_SECONDS, `make fuzz-short` for a
-# minute; a finding fails the run and leaves its input in $(FUZZ_BUILD)/fuzz/artifacts/.
+# minute, FUZZ_JOBS targets at a time; a finding fails the run and leaves its input in
+# $(FUZZ_BUILD)/fuzz/artifacts/.
 FUZZ_BUILD    ?= build-fuzz
 FUZZ_SECONDS  ?= 600
-FUZZ_JOBS     ?= 1
+FUZZ_JOBS     ?= $(JOBS)
 FUZZ_PACKAGES := clang libclang-rt-14-dev
 
 fuzz-deps: deps
