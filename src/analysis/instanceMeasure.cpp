@@ -79,6 +79,13 @@ Samples samplesOf(const simdata::DataVector* vector, std::vector<double>& scratc
     return Samples(scratch);
   }
   scratch.resize(length);
+  const std::span<const float> floats = vector->floats();
+  if (vector->elementType() == simdata::kFloat32 && floats.size() == static_cast<size_t>(length)) {
+    // Widened in one loop rather than one virtual call per sample; NaN reads as 0.0.
+    std::transform(floats.begin(), floats.end(), scratch.begin(),
+                   [](float v) { return v != v ? 0.0 : static_cast<double>(v); });
+    return Samples(scratch);
+  }
   for (int i = 0; i < length; ++i) {
     scratch[i] = simdata::getDataVectorAt(vector, i);
   }

@@ -42,6 +42,8 @@ class DataVector {
   /// The elements as contiguous doubles when the type is 64-bit float, else empty. Kernels
   /// run over this instead of one virtual call per sample.
   virtual std::span<const double> doubles() const { return {}; }
+  /// The elements as contiguous 32-bit floats when the type is 32-bit float, else empty.
+  virtual std::span<const float> floats() const { return {}; }
   /// False when the backend knows that no element is NaN, so that a reader of doubles()
   /// need not look for NaN (which reads as 0.0) itself.
   virtual bool mayHoldNaN() const { return true; }

@@ -72,6 +72,11 @@ std::span<const double> ViewVector::doubles() const {
   return doubles != nullptr && type_ == kFloat64 ? *doubles : std::span<const double>();
 }
 
+std::span<const float> ViewVector::floats() const {
+  const auto* floats = std::get_if<std::span<const float>>(&values_);
+  return floats != nullptr ? *floats : std::span<const float>();
+}
+
 std::shared_ptr<const ViewVector> ViewVector::slice(size_t first, size_t count) const {
   return std::visit(
       [&](auto values) -> std::shared_ptr<const ViewVector> {

@@ -35,6 +35,7 @@ class ViewVector : public DataVector {
   int32_t intAt(int i) const override;
   int8_t int8At(int i) const override;
   std::span<const double> doubles() const override;
+  std::span<const float> floats() const override;
   bool mayHoldNaN() const override { return mayHoldNaN_; }
 
   /// The elements `first` .. `first + count - 1` as a vector of their own (same owner).

@@ -14,6 +14,7 @@
 #include "app/analyzeNetlist.h"
 #include "simdata/rawBackend.h"
 #include "simdata/rawFile.h"
+#include "simdata/viewValues.h"
 #include "support/testFiles.h"
 
 using simdata::raw::Element;
@@ -167,12 +168,28 @@ TEST(RawDialects, Utf16HeaderFloat32ValuesAndFlaggedTimes) {
   }
   EXPECT_EQ(tran->sweep()->range(0)->min, 0.0);
   EXPECT_EQ(tran->sweep()->range(0)->max, 3e-9);
+  ASSERT_EQ(y->floats().size(), 4u);
+  EXPECT_EQ(y->floats()[3], 0.25f);
   // The statistics see the float32 values widened.
   std::vector<double> scratch;
   const analysis::Samples samples = analysis::samplesOf(y, scratch);
   ASSERT_EQ(samples.size(), 4);
   EXPECT_EQ(samples[1], 0.75);
   EXPECT_EQ(samples[3], 0.25);
+}
+
+// Float32 vectors reach the statistics as doubles, NaN read as 0.0 as getDataVectorAt reads it.
+TEST(RawDialects, Float32VectorsWidenForTheStatistics) {
+  const std::vector<float> values = {1.5f, std::nanf(""), -2.25f};
+  const simdata::ViewVector vector("v", "V", nullptr, values);
+  std::vector<double> scratch;
+  const analysis::Samples samples = analysis::samplesOf(&vector, scratch);
+  ASSERT_EQ(samples.size(), 3);
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(samples[i], simdata::getDataVectorAt(&vector, i)) << i;
+  }
+  EXPECT_EQ(samples[1], 0.0);
+  EXPECT_EQ(samples[2], -2.25);
 }
 
 TEST(RawDialects, FastAccessAndDoubleFlagHoldTheSameValues) {
