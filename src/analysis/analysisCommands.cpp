@@ -19,6 +19,7 @@
 #include "analysis/streamedStatistics.h"
 #include "app/analyzeNetlist.h"
 #include "simdata/timeRange.h"
+#include "support/flatNameMap.h"
 #include "support/threadPool.h"
 
 namespace {
@@ -82,20 +83,24 @@ struct BatchLookup {
 /// Looks up the node signals of instances [first, first + count) and sets their signal
 /// indices (and the fixed value and validity); the same instances always get the same
 /// result, so a batch may be looked up more than once.
+/// `keepList` false leaves the batch's signal list empty (only its count is kept), for
+/// callers that need the dataset's signals alone.
 BatchLookup lookUpBatch(simdata::Dataset* dataset, int first, int count,
-                        std::vector<zeInstance>& list) {
+                        std::vector<zeInstance>& list, bool keepList = true) {
   const int end = std::min(first + count, static_cast<int>(list.size()));
   BatchLookup lookup;
   lookup.signals = std::make_unique<simdata::SignalList>();
+  const simdata::SignalList* datasetSignals = dataset != nullptr ? dataset->signals() : nullptr;
   // Node names of this batch to their position in the batch's signal list: a node shared
   // by several instances is looked up and read once. The keys view the instances' names,
   // which stay put while the batch is handled.
-  std::unordered_map<std::string_view, int> indexOf;
+  support::FlatNameMap indexOf;
   indexOf.reserve(static_cast<size_t>(std::max(count, 0)) * 2);
 
   auto lookUp = [&](zeInstance& instance, const std::string& name, bool secondNode) {
-    if (auto it = indexOf.find(name); it != indexOf.end()) {
-      return it->second;
+    const size_t hash = support::hashName(name);
+    if (const int* index = indexOf.find(name, hash)) {
+      return *index;
     }
     if (name == "0") {
       return -1;
@@ -104,7 +109,9 @@ BatchLookup lookUpBatch(simdata::Dataset* dataset, int first, int count,
       instance.fixedValue = std::strtod(name.c_str() + kFixedValuePrefix.size(), nullptr);
       return -3;
     }
-    const simdata::Signal* signal = dataset != nullptr ? dataset->findSignal(name) : nullptr;
+    // What Dataset::findSignal does, with the hash computed once.
+    const simdata::Signal* signal =
+        datasetSignals != nullptr ? datasetSignals->find(name, hash) : nullptr;
     if (signal == nullptr) {
       if (isGnd(name)) {
         return -1;
@@ -113,9 +120,11 @@ BatchLookup lookUpBatch(simdata::Dataset* dataset, int first, int count,
       lookup.missing.push_back(&name);
       return -2;
     }
-    lookup.signals->add(*signal);
+    if (keepList) {
+      lookup.signals->add(*signal);
+    }
     lookup.found.push_back(signal);
-    indexOf.emplace(name, lookup.handedOut);
+    indexOf.insert(name, hash, lookup.handedOut);
     return lookup.handedOut++;
   };
 
@@ -124,7 +133,7 @@ BatchLookup lookUpBatch(simdata::Dataset* dataset, int first, int count,
     instance.sigIndex1 = lookUp(instance, instance.node1, false);
     instance.sigIndex2 = lookUp(instance, instance.node2, true);
   }
-  lookup.listed = lookup.signals->count();
+  lookup.listed = keepList ? lookup.signals->count() : static_cast<int>(lookup.found.size());
   return lookup;
 }
 
@@ -178,7 +187,7 @@ std::unique_ptr<StreamedRun> streamRun(simdata::Dataset& dataset, std::vector<ze
   for (int first = 0;; first += kBatchSize) {
     const bool lastBatch = first + kBatchSize >= total;
     const int count = lastBatch ? total - first : kBatchSize;
-    BatchLookup lookup = lookUpBatch(&dataset, first, count, list);
+    BatchLookup lookup = lookUpBatch(&dataset, first, count, list, false);
     auto slot = [&](int index) {
       const simdata::Signal* signal = lookup.found[static_cast<size_t>(index)];
       const auto [it, added] = slotOf.emplace(signal, static_cast<int>(slotSignals.size()));

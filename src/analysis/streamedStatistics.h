@@ -74,6 +74,10 @@ class StreamedMeasures {
   template <int kSplit>
   void advance(size_t place, size_t first, size_t count,
                std::span<const double* const> slotValues);
+  /// advance() for the instances at `place` and `place + 1` (of one kind) side by side.
+  template <int kSplit>
+  void advancePair(size_t place, size_t first, size_t count,
+                   std::span<const double* const> slotValues);
 
   StatisticsSettings settings_;
   std::vector<double> axis_;
@@ -103,6 +107,9 @@ class StreamedMeasures {
   std::vector<StreamedInstance> ordered_;
   std::vector<State> states_;
   std::vector<size_t> placeOf_;
+  /// Units of work: the first place of each, and whether it is a pair.
+  std::vector<size_t> units_;
+  std::vector<bool> pairStarts_;
 };
 
 }  // namespace analysis

@@ -97,12 +97,12 @@ const Signal* SignalList::at(int i) const {
 }
 
 void SignalList::buildIndex() const {
-  exact_.clear();
+  exact_ = support::FlatNameMap();
   exact_.reserve(signals_.size() * 2);
   // The first signal holding a name wins, for either of its names.
   for (int i = 0; i < count(); ++i) {
-    exact_.emplace(signals_[i].name1, i);
-    exact_.emplace(signals_[i].name2, i);
+    exact_.insert(signals_[i].name1, i);
+    exact_.insert(signals_[i].name2, i);
   }
   indexed_ = true;
 }
@@ -118,11 +118,15 @@ void SignalList::buildFoldedIndex() const {
 }
 
 const Signal* SignalList::find(std::string_view name) const {
+  return find(name, support::hashName(name));
+}
+
+const Signal* SignalList::find(std::string_view name, size_t hash) const {
   if (!indexed_) {
     buildIndex();
   }
-  if (auto it = exact_.find(name); it != exact_.end()) {
-    return &signals_[it->second];
+  if (const int* position = exact_.find(name, hash)) {
+    return &signals_[static_cast<size_t>(*position)];
   }
   if (!foldedIndexed_) {
     buildFoldedIndex();

@@ -15,6 +15,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "support/flatNameMap.h"
+
 namespace simdata {
 
 /// Element type codes of data vectors and ranges.
@@ -108,13 +110,16 @@ class SignalList {
   int count() const { return static_cast<int>(signals_.size()); }
   const Signal* at(int i) const;
   const Signal* find(std::string_view name) const;
+  /// The same with the name's support::hashName given (computed once by a caller that looks
+  /// the name up in several places).
+  const Signal* find(std::string_view name, size_t hash) const;
 
  private:
   void buildIndex() const;
   void buildFoldedIndex() const;
   std::vector<Signal> signals_;
-  /// Name to position, built on the first lookup; the exact keys view the signals' names.
-  mutable std::unordered_map<std::string_view, int> exact_;
+  /// Name to position, built on the first lookup; the keys view the signals' names.
+  mutable support::FlatNameMap exact_;
   /// Lower-cased name to position, built on the first lookup that is not exact.
   mutable std::unordered_map<std::string, int> folded_;
   mutable bool indexed_ = false;

@@ -5,7 +5,9 @@
 // same arithmetic in the same order.
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
+#include <cstdint>
 
 #include "analysis/statistics.h"
 
@@ -233,8 +235,10 @@ struct PlainLoopState {
     // Adding +0.0 leaves a sum that started at +0.0 unchanged (such a sum is never -0.0),
     // so the side that does not take the area may add zero instead of branching.
     const bool positive = mid >= 0;
-    positiveArea += positive ? area : 0.0;
-    negativeArea += positive ? 0.0 : area;
+    const uint64_t areaBits = std::bit_cast<uint64_t>(area);
+    const uint64_t positiveMask = uint64_t{0} - static_cast<uint64_t>(positive);
+    positiveArea += std::bit_cast<double>(areaBits & positiveMask);
+    negativeArea += std::bit_cast<double>(areaBits & ~positiveMask);
     if constexpr ((kSplit & kSplitPositive) != 0) {
       if (positive) {
         avgPositive += area;
