@@ -28,9 +28,14 @@ take() {  # take <target> <file> [prefix-byte-as-octal-escape]
   fi
 }
 
-# Command files: the hand-written seeds (they use the fixtures the target provides) and
-# every end-to-end case's command file.
-for f in "$here"/seeds/command_file/*; do take command_file "$f"; done
+# The small hand-made seeds kept in the project (make test replays them too); the command
+# files among them use the fixtures the target provides.
+for dir in "$here"/seeds/*/; do
+  target=$(basename "$dir")
+  for f in "$dir"*; do take "$target" "$f"; done
+done
+
+# Every end-to-end case's command file.
 for f in "$cases"/*/cmd; do take command_file "$f"; done
 
 # Raw files of every dialect and layout the tests hold, small ones only.
@@ -49,15 +54,12 @@ if [ -d "$samples" ]; then
     cp "$f" "$out/psf_file/sample_$(echo "${f#"$samples"/}" | tr '/' '_')"
   done < <(find "$samples/psfascii" -type f -size -64k | sort)
 fi
-printf 'HEADER\n"PSFversion" "1.00"\n"simulator" "x"\nSWEEP\n"time" "sweep" PROP(\n"key" "sweep"\n)\nTRACE\n"a" "V"\nVALUE\n"time" 0\n"a" 1\n"time" 1e-9\n"a" 2\nEND\n' > "$out/psf_file/hand"
 
 # Netlists, each under the plain grammar (first byte 0) and the peak-current grammar (16).
 while IFS= read -r f; do
   take netlist "$f" '\000'
   printf '\020' | cat - "$f" > "$out/netlist/peak_$(basename "$f")"
 done < <(find "$root/tests/data" "$cases" -name '*.net' -type f | sort)
-printf '\020R1 a b 0.5 1\nR2 b 0 2 1\n' > "$out/netlist/peak_hand"
-printf '\003R1 a b 0.9 x y 1 z\n' > "$out/netlist/extended_hand"
 
 # Network data: length data (first byte 0, 2, 4) and PG data (first byte 1).
 while IFS= read -r f; do
@@ -65,13 +67,6 @@ while IFS= read -r f; do
   printf '\002' | cat - "$f" > "$out/network_data/currdir_$(basename "$f")"
   printf '\004' | cat - "$f" > "$out/network_data/sum_$(basename "$f")"
 done < <(find "$cases" \( -name '*.len' -o -name '*.dat' \) -type f | sort)
-printf '\001m1 M1 a b 0 0 1 10 nil\nm2 M1 b c 10 0 1 20 nil\nv1 V1 b x 10 0 1 0 via\n' \
-  > "$out/network_data/pg_hand"
-
-# Networks of the EM command: names only (first byte 0), with nets (1), with directions (3).
-printf '\000R1 0\nR2 1\nn 0\nR3 0\n' > "$out/db_network/names_hand"
-printf '\003R1 0 a b 1 0\nR2 0 b c -1 1\nn 1 c d 1 1\nR3 0 d a 0 0\n' > "$out/db_network/nets_hand"
-printf '\016R1 0\nR3 1\n' > "$out/db_network/prefixes_hand"
 
 # Databases: written by kra2db, IR first and EM first, with long and empty names.
 work=$(mktemp -d)
@@ -85,11 +80,10 @@ printf 'R1\t9\t9\t9\t9\t9\t1\t2\nR2\t1\t-1\t1\t0\t0\t2\t0\n' > "$work/em.tsv"
 "$build/kra2db" write -q "$out/database/ir_only.db" --ir "$work/ir.tsv"
 "$build/kra2db" write -q "$out/database/empty.db"
 
-# Header texts: the tag text of each database, and the hand-written ones.
+# Header texts: the tag text of each database.
 for f in "$out"/database/*.db; do
   head -c 1024 "$f" | tr -d '\000' > "$out/header_parameters/$(basename "$f" .db)"
 done
-for f in "$here"/seeds/header_parameters/*; do take header_parameters "$f"; done
 
 for target in "$out"/*/; do
   echo "$(basename "$target"): $(find "$target" -type f | wc -l) seeds"
