@@ -100,8 +100,10 @@ struct PairLoopState {
       positiveTime = positive ? positiveTime + dt : positiveTime;
     }
     if constexpr ((kSplit & detail::kSplitNegative) != 0) {
-      avgNegative = positive ? avgNegative : avgNegative + area;
-      negativeTime = positive ? negativeTime : negativeTime + dt;
+      // Not "~positive": a NaN midpoint is neither.
+      const LaneMask negative = mid < 0;
+      avgNegative = negative ? avgNegative + area : avgNegative;
+      negativeTime = negative ? negativeTime + dt : negativeTime;
     }
     rms += dt * (squareD + squareNext) / 2;
     absAvg += dt * (absD + absNext) / 2;

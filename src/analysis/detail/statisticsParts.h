@@ -246,7 +246,8 @@ struct PlainLoopState {
       }
     }
     if constexpr ((kSplit & kSplitNegative) != 0) {
-      if (!positive) {
+      // Not "!positive": a NaN midpoint is neither.
+      if (mid < 0) {
         avgNegative += area;
         negativeTime += dt;
       }

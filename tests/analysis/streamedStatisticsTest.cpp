@@ -1,0 +1,380 @@
+// The fast loops and the streamed measures against the general loops of the statistics
+// kernels: random waveforms, axes, windows and settings, compared bit for bit.
+
+#include "analysis/streamedStatistics.h"
+
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <climits>
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "analysis/detail/statisticsPaths.h"
+
+namespace {
+
+using analysis::IndexRange;
+using analysis::InstanceTraits;
+using analysis::Samples;
+using analysis::StatisticsSettings;
+using analysis::StreamedInstance;
+using analysis::StreamedKind;
+using analysis::StreamedMeasures;
+using analysis::detail::KernelPath;
+
+/// Every field of two records and two directions, bit for bit (NaN payloads and the sign of
+/// zero included); an empty text when they agree.
+std::string differences(const voltageData& a, int directionA, const voltageData& b,
+                        int directionB) {
+  const std::pair<const char*, double voltageData::*> fields[] = {
+      {"peak", &voltageData::peak},         {"peakValue", &voltageData::peakValue},
+      {"avg", &voltageData::avg},           {"rawAvg", &voltageData::rawAvg},
+      {"avgPositive", &voltageData::avgPositive}, {"avgNegative", &voltageData::avgNegative},
+      {"rms", &voltageData::rms},           {"absAvg", &voltageData::absAvg},
+      {"peakTime", &voltageData::peakTime}, {"dutyRatio", &voltageData::dutyRatio},
+      {"pulseWidth", &voltageData::pulseWidth}};
+  std::string text;
+  for (const auto& [name, field] : fields) {
+    if (std::bit_cast<uint64_t>(a.*field) != std::bit_cast<uint64_t>(b.*field)) {
+      text += std::string(name) + " " + std::to_string(a.*field) + " vs " +
+              std::to_string(b.*field) + "; ";
+    }
+  }
+  if (directionA != directionB) {
+    text += "direction " + std::to_string(directionA) + " vs " + std::to_string(directionB);
+  }
+  return text;
+}
+
+class Random {
+ public:
+  explicit Random(uint64_t seed) : engine_(seed) {}
+  int below(int n) { return static_cast<int>(engine_() % static_cast<uint64_t>(n)); }
+  double uniform(double lo, double hi) {
+    return std::uniform_real_distribution<double>(lo, hi)(engine_);
+  }
+  bool chance(double p) { return uniform(0.0, 1.0) < p; }
+
+  /// A time axis: increasing steps, sometimes repeated times, sometimes out of order.
+  std::vector<double> axis(int n) {
+    std::vector<double> x(static_cast<size_t>(n));
+    double t = chance(0.3) ? 0.0 : uniform(-1e-9, 1e-9);
+    const bool disorder = chance(0.2);
+    for (double& v : x) {
+      v = t;
+      t += chance(0.05) ? 0.0 : uniform(1e-12, 1e-10);
+      if (disorder && chance(0.1)) {
+        t -= uniform(0.0, 3e-10);
+      }
+    }
+    return x;
+  }
+
+  /// A waveform: a smooth swing with noise, some exact zeros and repeats, rarely an
+  /// infinity (whose differences are NaN).
+  std::vector<double> waveform(int n, bool infinities) {
+    std::vector<double> y(static_cast<size_t>(n));
+    const double level = uniform(-1.0, 1.0);
+    const double swing = uniform(0.0, 0.05);
+    for (int p = 0; p < n; ++p) {
+      double v = level + swing * std::sin(p * uniform(0.01, 0.02)) + uniform(-1e-3, 1e-3);
+      if (chance(0.02)) {
+        v = 0.0;
+      }
+      if (p > 0 && chance(0.05)) {
+        v = y[static_cast<size_t>(p - 1)];
+      }
+      if (infinities && chance(0.01)) {
+        v = chance(0.5) ? std::numeric_limits<double>::infinity()
+                        : -std::numeric_limits<double>::infinity();
+      }
+      y[static_cast<size_t>(p)] = v;
+    }
+    return y;
+  }
+
+  /// Settings of the plain modes: any ignore setting, AC area measure or none, recovery
+  /// weighting of either kind, and a window that may lie anywhere around the axis.
+  StatisticsSettings settings(const std::vector<double>& x) {
+    StatisticsSettings s;
+    const int ignore[] = {0, -1, 1, 2};
+    s.ignoreSign = ignore[below(4)];
+    s.acAnalysis = chance(0.5);
+    s.recoveryFactor = chance(0.3) ? 1.0f : 0.0f;
+    s.emRecoveryFactorGiven = chance(0.3);
+    s.emRecoveryFactor = static_cast<float>(uniform(0.0, 1.0));
+    const double lo = x.empty() ? 0.0 : x.front();
+    const double hi = x.empty() ? 1.0 : x.back();
+    const double span = hi - lo + 1e-12;
+    s.startTime = chance(0.4) ? 0.0 : uniform(lo - 0.2 * span, hi + 0.1 * span);
+    s.stopTime = chance(0.3) ? 1.0 : uniform(s.startTime - 0.1 * span, hi + 0.2 * span);
+    return s;
+  }
+
+  InstanceTraits traits() {
+    InstanceTraits t;
+    t.orientation = below(3) - 1;
+    t.directionKnown = below(2);
+    t.recoveryFactor = chance(0.5) ? 1.0 : uniform(0.0, 1.0);
+    return t;
+  }
+
+  IndexRange range(int n) {
+    IndexRange r;
+    r.start = below(n + 2);
+    r.stop = chance(0.1) ? INT_MAX : below(n + 3) - 1;
+    return r;
+  }
+
+ private:
+  std::mt19937_64 engine_;
+};
+
+TEST(FastLoops, GiveTheBitsOfTheGeneralLoops) {
+  Random random(20260101);
+  for (int trial = 0; trial < 3000; ++trial) {
+    SCOPED_TRACE("trial " + std::to_string(trial));
+    const int n = 1 + random.below(trial % 10 == 0 ? 4 : 300);
+    const std::vector<double> x = random.axis(n);
+    const std::vector<double> y1 = random.waveform(n, trial % 7 == 0);
+    const std::vector<double> y2 = random.waveform(n, trial % 11 == 0);
+    const StatisticsSettings settings = random.settings(x);
+    const InstanceTraits traits = random.traits();
+    const IndexRange range = random.range(n);
+    const double ref = random.chance(0.5) ? 0.0 : random.uniform(-1.0, 1.0);
+
+    voltageData fast = freshVoltageData();
+    voltageData general = freshVoltageData();
+    int fastDirection = analysis::detail::measureTwoWaveforms(
+        KernelPath::kFast, settings, traits, Samples(x), Samples(x), Samples(y1), Samples(y2),
+        fast);
+    int generalDirection = analysis::detail::measureTwoWaveforms(
+        KernelPath::kGeneral, settings, traits, Samples(x), Samples(x), Samples(y1),
+        Samples(y2), general);
+    EXPECT_EQ(differences(fast, fastDirection, general, generalDirection), "") << "two";
+
+    fast = freshVoltageData();
+    general = freshVoltageData();
+    fastDirection = analysis::detail::measureOneWaveform(KernelPath::kFast, settings, traits,
+                                                         range, Samples(x), Samples(y1), ref,
+                                                         fast);
+    generalDirection = analysis::detail::measureOneWaveform(
+        KernelPath::kGeneral, settings, traits, range, Samples(x), Samples(y1), ref, general);
+    EXPECT_EQ(differences(fast, fastDirection, general, generalDirection), "") << "one";
+  }
+}
+
+TEST(FastLoops, SharedAxisEqualsTheSameAxisWalkedAsTwo) {
+  // The general walk of two axes that hold the same times takes the "equal times" branch at
+  // every point: no interpolation, so it gives the bits of the one-axis walk.
+  Random random(7);
+  for (int trial = 0; trial < 500; ++trial) {
+    SCOPED_TRACE("trial " + std::to_string(trial));
+    const int n = 2 + random.below(200);
+    std::vector<double> x = random.axis(n);
+    for (size_t i = 1; i < x.size(); ++i) {
+      x[i] = std::max(x[i], x[i - 1] + 1e-12);  // strictly increasing
+    }
+    const std::vector<double> copy = x;
+    const std::vector<double> y1 = random.waveform(n, false);
+    const std::vector<double> y2 = random.waveform(n, false);
+    const StatisticsSettings settings = random.settings(x);
+    const InstanceTraits traits = random.traits();
+    voltageData shared = freshVoltageData();
+    voltageData separate = freshVoltageData();
+    const int sharedDirection = analysis::measureTwoWaveforms(
+        settings, traits, Samples(x), Samples(x), Samples(y1), Samples(y2), shared);
+    const int separateDirection = analysis::measureTwoWaveforms(
+        settings, traits, Samples(x), Samples(copy), Samples(y1), Samples(y2), separate);
+    EXPECT_EQ(differences(shared, sharedDirection, separate, separateDirection), "");
+  }
+}
+
+TEST(StreamedMeasures, OnlyThePlainModesStream) {
+  struct Case {
+    const char* name;
+    StatisticsSettings settings;
+    bool streams;
+  };
+  std::vector<Case> cases(5);
+  cases[0] = {"plain", {}, true};
+  cases[1] = {"AC area over peak", {}, true};
+  cases[1].settings.acAnalysis = true;
+  cases[2] = {"AC half-peak pulses", {}, false};
+  cases[2].settings.acAnalysis = true;
+  cases[2].settings.acPeakMethod = analysis::AcPeakMethod::kHalfPeakPulses;
+  cases[3] = {"duration pulses", {}, false};
+  cases[3].settings.durationTime = 1e-9;
+  cases[4] = {"AC threshold pulses", {}, false};
+  cases[4].settings.acPulseThreshold = 0.5;
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(analysis::streamable(c.settings), c.streams);
+  }
+  // The half-peak method matters only with AC analysis on.
+  StatisticsSettings halfPeakOff;
+  halfPeakOff.acPeakMethod = analysis::AcPeakMethod::kHalfPeakPulses;
+  EXPECT_TRUE(analysis::streamable(halfPeakOff));
+}
+
+/// Feeds the slots to the measures in chunks of random sizes.
+void feedInChunks(StreamedMeasures& measures, const std::vector<std::vector<double>>& slots,
+                  Random& random, int maxChunk) {
+  const size_t n = measures.points();
+  for (size_t first = 0; first < n;) {
+    const size_t count = std::min(n - first, static_cast<size_t>(1 + random.below(maxChunk)));
+    std::vector<const double*> values;
+    for (const auto& slot : slots) {
+      values.push_back(slot.data() + first);
+    }
+    measures.feed(first, count, values);
+    first += count;
+  }
+}
+
+TEST(StreamedMeasures, GiveTheBitsOfTheGeneralKernels) {
+  Random random(424242);
+  for (int trial = 0; trial < 400; ++trial) {
+    SCOPED_TRACE("trial " + std::to_string(trial));
+    const int n = 1 + random.below(trial % 5 == 0 ? 5 : 400);
+    const std::vector<double> x = random.axis(n);
+    const StatisticsSettings settings = random.settings(x);
+    ASSERT_TRUE(analysis::streamable(settings));
+    IndexRange range = random.range(n);
+    range.start = std::min(range.start, n);  // a run's range never starts before 0
+    std::vector<std::vector<double>> slots(static_cast<size_t>(1 + random.below(6)));
+    for (auto& slot : slots) {
+      slot = random.waveform(n, trial % 9 == 0);
+    }
+    std::vector<StreamedInstance> instances(static_cast<size_t>(random.below(40)));
+    for (StreamedInstance& instance : instances) {
+      const int kind = random.below(10);
+      instance.kind = kind == 0   ? StreamedKind::kNothing
+                      : kind < 4  ? StreamedKind::kOneWaveform
+                                  : StreamedKind::kTwoWaveforms;
+      instance.slot1 = random.below(static_cast<int>(slots.size()));
+      instance.slot2 = instance.kind == StreamedKind::kTwoWaveforms
+                           ? random.below(static_cast<int>(slots.size()))
+                           : -1;
+      instance.ref = random.chance(0.5) ? 0.0 : random.uniform(-1.0, 1.0);
+      instance.secondNodeAlone = instance.kind == StreamedKind::kOneWaveform && random.chance(0.3);
+      if (instance.secondNodeAlone) {
+        instance.ref = 0.0;
+      }
+      instance.traits = random.traits();
+    }
+    StreamedMeasures measures(settings, x, range, instances);
+    feedInChunks(measures, slots, random, trial % 3 == 0 ? 3 : 200);
+
+    for (size_t k = 0; k < instances.size(); ++k) {
+      SCOPED_TRACE("instance " + std::to_string(k));
+      const StreamedInstance& instance = instances[k];
+      voltageData streamed = freshVoltageData();
+      const int streamedDirection = measures.finish(k, streamed);
+      voltageData expected = freshVoltageData();
+      int expectedDirection = -1;
+      const Samples y1(slots[static_cast<size_t>(std::max(instance.slot1, 0))]);
+      if (instance.kind == StreamedKind::kOneWaveform) {
+        expectedDirection = analysis::detail::measureOneWaveform(
+            KernelPath::kGeneral, settings, instance.traits, range, Samples(x), y1, instance.ref,
+            expected);
+        if (instance.secondNodeAlone) {
+          expected.rawAvg = 0.0;
+          expected.peakValue = 0.0;
+        }
+      } else if (instance.kind == StreamedKind::kTwoWaveforms) {
+        expectedDirection = analysis::detail::measureTwoWaveforms(
+            KernelPath::kGeneral, settings, instance.traits, Samples(x), Samples(x), y1,
+            Samples(slots[static_cast<size_t>(instance.slot2)]), expected);
+      }
+      EXPECT_EQ(differences(streamed, streamedDirection, expected, expectedDirection), "");
+    }
+  }
+}
+
+TEST(StreamedMeasures, WindowsAndRangesAtTheEdges) {
+  // A small hand-made axis with the window and range placed at each edge; the streamed
+  // result must be the kernels' whatever the chunking.
+  const std::vector<double> x = {0.0, 1.0, 2.0, 2.0, 3.0, 2.5, 4.0};
+  const std::vector<double> y1 = {1.0, -2.0, 3.0, 0.5, -0.5, 2.0, 1.0};
+  const std::vector<double> y2 = {0.5, 0.5, -1.0, 1.0, 0.0, 0.0, 3.0};
+  struct Case {
+    const char* name;
+    double start;
+    double stop;
+    IndexRange range;
+  };
+  const Case cases[] = {
+      {"whole axis", 0.0, 10.0, {0, 6}},
+      {"window before the axis", -5.0, -1.0, {0, 0}},
+      {"window after the axis", 5.0, 9.0, {6, 6}},
+      {"window inside, range to the last point", 1.5, 2.2, {2, 6}},
+      {"stop inside a step that goes back in time", 0.0, 2.7, {0, 4}},
+      {"range of one point", 0.0, 10.0, {6, 6}},
+      {"range beyond the data", 0.0, 10.0, {3, INT_MAX}},
+      {"empty range", 0.0, 10.0, {4, 3}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    StatisticsSettings settings;
+    settings.startTime = c.start;
+    settings.stopTime = c.stop;
+    settings.ignoreSign = 2;
+    settings.acAnalysis = true;
+    std::vector<StreamedInstance> instances(3);
+    instances[0].kind = StreamedKind::kTwoWaveforms;
+    instances[0].slot1 = 0;
+    instances[0].slot2 = 1;
+    instances[1].kind = StreamedKind::kOneWaveform;
+    instances[1].slot1 = 0;
+    instances[1].ref = 0.25;
+    instances[2].kind = StreamedKind::kOneWaveform;
+    instances[2].slot1 = 1;
+    instances[2].secondNodeAlone = true;
+    for (int chunk = 1; chunk <= 7; ++chunk) {
+      SCOPED_TRACE("chunks of " + std::to_string(chunk));
+      StreamedMeasures measures(settings, x, c.range, instances);
+      for (size_t first = 0; first < x.size(); first += static_cast<size_t>(chunk)) {
+        const size_t count = std::min(x.size() - first, static_cast<size_t>(chunk));
+        const double* values[] = {y1.data() + first, y2.data() + first};
+        measures.feed(first, count, values);
+      }
+      voltageData expected = freshVoltageData();
+      int direction = analysis::measureTwoWaveforms(settings, {}, Samples(x), Samples(x),
+                                                    Samples(y1), Samples(y2), expected);
+      voltageData streamed = freshVoltageData();
+      EXPECT_EQ(differences(streamed, measures.finish(0, streamed), expected, direction), "");
+      expected = freshVoltageData();
+      direction = analysis::measureOneWaveform(settings, {}, c.range, Samples(x), Samples(y1),
+                                               0.25, expected);
+      streamed = freshVoltageData();
+      EXPECT_EQ(differences(streamed, measures.finish(1, streamed), expected, direction), "");
+      expected = freshVoltageData();
+      direction = analysis::measureOneWaveform(settings, {}, c.range, Samples(x), Samples(y2),
+                                               0.0, expected);
+      expected.rawAvg = 0.0;
+      expected.peakValue = 0.0;
+      streamed = freshVoltageData();
+      EXPECT_EQ(differences(streamed, measures.finish(2, streamed), expected, direction), "");
+    }
+  }
+}
+
+TEST(StreamedMeasures, AnInstanceWithNothingToMeasureKeepsItsFreshRecord) {
+  const std::vector<double> x = {0.0, 1.0};
+  std::vector<StreamedInstance> instances(1);
+  StreamedMeasures measures({}, x, {0, 1}, instances);
+  const double values[] = {5.0, 6.0};
+  const double* slots[] = {values};
+  measures.feed(0, 2, slots);
+  voltageData out = freshVoltageData();
+  EXPECT_EQ(measures.finish(0, out), -1);
+  EXPECT_EQ(differences(out, -1, freshVoltageData(), -1), "");
+}
+
+}  // namespace
