@@ -15,20 +15,25 @@ namespace fuzzing {
 
 /// A fresh folder under the temporary directory, made once per process and removed at exit.
 inline const std::filesystem::path& scratchDir() {
-  static const std::filesystem::path dir = [] {
+  // Never destroyed: the exit handler that removes the folder runs after static destructors.
+  static const std::filesystem::path* const dir = [] {
     std::string pattern =
         (std::filesystem::temp_directory_path() / "kra2-fuzz-XXXXXX").string();
     if (mkdtemp(pattern.data()) == nullptr) {
       std::perror("mkdtemp");
       std::abort();
     }
+    return new std::filesystem::path(pattern);
+  }();
+  static const bool removeAtExit = [] {
     std::atexit([] {
       std::error_code ignored;
-      std::filesystem::remove_all(scratchDir(), ignored);
+      std::filesystem::remove_all(*dir, ignored);
     });
-    return std::filesystem::path(pattern);
+    return true;
   }();
-  return dir;
+  static_cast<void>(removeAtExit);
+  return *dir;
 }
 
 /// Writes bytes to a file, replacing it.
