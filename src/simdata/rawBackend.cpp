@@ -1,6 +1,7 @@
 #include "simdata/rawBackend.h"
 
 #include "simdata/columnStore.h"
+#include "simdata/rawHeaderText.h"
 #include "simdata/viewValues.h"
 
 #include <algorithm>
@@ -502,12 +503,14 @@ bool startsLikeRaw(const std::string& path) {
   if (file == nullptr) {
     return false;
   }
-  char head[16] = {};
-  const size_t got = std::fread(head, 1, sizeof head - 1, file);
+  char head[32] = {};
+  const size_t got = std::fread(head, 1, sizeof head, file);
   std::fclose(file);
-  std::string text(head, got);
-  for (char& c : text) {
-    c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  std::string text;
+  // A UTF-16 header has a zero after every character of its first key.
+  const bool utf16 = raw::detectHeaderEncoding({head, got}, 0) == raw::HeaderEncoding::kUtf16le;
+  for (size_t i = 0; i < got; i += utf16 ? 2 : 1) {
+    text += static_cast<char>(std::tolower(static_cast<unsigned char>(head[i])));
   }
   return text.starts_with("title:") || text.starts_with("plotname:");
 }

@@ -146,6 +146,9 @@ TEST(RawDialects, Utf16HeaderFloat32ValuesAndFlaggedTimes) {
 
   OpenedFile file(ltTransient());
   ASSERT_TRUE(file.results) << simdata::lastErrorText();
+  // Recognised by its UTF-16 header even without the usual file name.
+  writeFile(file.dir.file("results.bin"), ltTransient());
+  EXPECT_TRUE(simdata::RawBackend().recognises(file.dir.file("results.bin")));
   simdata::Dataset* tran = file.results->findDataset("tran");
   ASSERT_TRUE(tran);
   EXPECT_EQ(tran->signals()->at(2)->typeName, "device_current");
