@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <new>
 #include <ctime>
 #include <string_view>
 #include <unordered_map>
@@ -412,9 +413,13 @@ int zeAnalyzeNetlist::processRunCmd(const ArgList* args, int ignoreSign) {
   }
   // Data stored point by point is measured in one pass when the settings allow; otherwise
   // every batch reads its signals.
-  const std::unique_ptr<StreamedRun> streamed =
-      streamRun(*analysis, list, analysis::detail::settingsOf(*this, ignoreSign), startTime,
-                stopTime);
+  std::unique_ptr<StreamedRun> streamed;
+  try {
+    streamed = streamRun(*analysis, list, analysis::detail::settingsOf(*this, ignoreSign),
+                         startTime, stopTime);
+  } catch (const std::bad_alloc&) {
+    streamed.reset();  // not enough memory for one pass: batch by batch needs less
+  }
   if (!streamed) {
     analysis->expectBulkReads(std::max(1, (total + kBatchSize - 1) / kBatchSize));
   }

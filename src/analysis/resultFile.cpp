@@ -1,7 +1,11 @@
 #include "analysis/resultFile.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstdio>
+#include <vector>
+
+#include "support/threadPool.h"
 
 namespace analysis {
 
@@ -23,7 +27,11 @@ const std::string& invalidTail() {
 
 }  // namespace
 
-ResultWriter::ResultWriter(FILE* file) : file_(file) { buffer_.reserve(kBufferBytes); }
+ResultWriter::ResultWriter(FILE* file) : file_(file) {
+  if (file_ != nullptr) {
+    buffer_.reserve(kBufferBytes);
+  }
+}
 
 ResultWriter::~ResultWriter() { flush(); }
 
@@ -92,10 +100,27 @@ int zeNetlist::saveResults(FILE* file) const {
   if (file == nullptr || instances.empty()) {
     return 0;
   }
-  analysis::ResultWriter writer(file);
-  for (const zeInstance& instance : instances) {
-    writer.add(instance);
+  // Lines are formatted in blocks on the thread pool and written in netlist order, a window
+  // of blocks at a time so that the text held at once stays bounded.
+  constexpr size_t kBlock = 2048;
+  constexpr size_t kWindow = 64 * kBlock;
+  std::vector<std::string> texts(kWindow / kBlock);
+  for (size_t start = 0; start < instances.size(); start += kWindow) {
+    const size_t end = std::min(instances.size(), start + kWindow);
+    const size_t blocks = (end - start + kBlock - 1) / kBlock;
+    support::ThreadPool::shared().parallelFor(blocks, 1, [&](size_t first, size_t last) {
+      for (size_t b = first; b < last; ++b) {
+        analysis::ResultWriter writer(nullptr);
+        const size_t from = start + b * kBlock;
+        for (size_t i = from; i < std::min(end, from + kBlock); ++i) {
+          writer.add(instances[i]);
+        }
+        texts[b].assign(writer.buffered());
+      }
+    });
+    for (size_t b = 0; b < blocks; ++b) {
+      std::fwrite(texts[b].data(), 1, texts[b].size(), file);
+    }
   }
-  writer.flush();
   return 0;
 }

@@ -41,7 +41,7 @@ using ChunkVisitor =
 /// their chunk is visited, so the pass keeps only about `chunkBytes` of values resident.
 void streamColumns(const RecordLayout& records, std::span<const int> columns,
                    const ChunkVisitor& visit, bool releaseRecords = true,
-                   size_t chunkBytes = size_t{128} << 20);
+                   size_t chunkBytes = size_t{32} << 20);
 
 /// Where and how a store is built.
 struct ColumnStoreSettings {
