@@ -100,8 +100,8 @@ bool writeNetlist(const ScaleShape& shape, const std::string& path) {
   std::vector<int64_t> order(static_cast<size_t>(n));
   std::iota(order.begin(), order.end(), int64_t{0});
   for (int64_t i = n - 1; i > 0; --i) {
-    const int64_t j = static_cast<int64_t>(mix(static_cast<uint64_t>(i) ^ 0x5eed) %
-                                           static_cast<uint64_t>(i + 1));
+    const int64_t j =
+        static_cast<int64_t>(mix(static_cast<uint64_t>(i) ^ 0x5eed) % static_cast<uint64_t>(i + 1));
     std::swap(order[static_cast<size_t>(i)], order[static_cast<size_t>(j)]);
   }
   std::string line;
@@ -136,7 +136,9 @@ int64_t dataBytes(const ScaleShape& shape) { return shape.points * (shape.nodes 
 
 std::string nodeName(int64_t k) { return "n" + std::to_string(k); }
 
-double timeAt(int64_t p) { return 1e-11 * static_cast<double>(p) + 1e-13 * static_cast<double>(p % 5); }
+double timeAt(int64_t p) {
+  return 1e-11 * static_cast<double>(p) + 1e-13 * static_cast<double>(p % 5);
+}
 
 bool writeScaleData(const ScaleShape& shape, const ScaleFiles& files) {
   char stop[64];

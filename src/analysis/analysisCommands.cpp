@@ -7,9 +7,9 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <functional>
 #include <new>
-#include <ctime>
 #include <string_view>
 #include <unordered_map>
 
@@ -175,8 +175,8 @@ struct StreamedRun {
 std::unique_ptr<StreamedRun> streamRun(simdata::Dataset& dataset, std::vector<zeInstance>& list,
                                        const analysis::StatisticsSettings& settings,
                                        double startTime, double stopTime) {
-  if (!dataset.streamsSignals() || dataset.sweep() == nullptr ||
-      !analysis::streamable(settings) || !streamedRunEnabled()) {
+  if (!dataset.streamsSignals() || dataset.sweep() == nullptr || !analysis::streamable(settings) ||
+      !streamedRunEnabled()) {
     return nullptr;
   }
   auto run = std::make_unique<StreamedRun>();
@@ -208,8 +208,9 @@ std::unique_ptr<StreamedRun> streamRun(simdata::Dataset& dataset, std::vector<ze
       if (instance.sigIndex1 == -1) {
         if (!noSecondValue) {
           // The second node alone: its current flows the other way round.
-          const int orientation =
-              instance.orientation == 1 ? 0 : instance.orientation == 0 ? 1 : -1;
+          const int orientation = instance.orientation == 1   ? 0
+                                  : instance.orientation == 0 ? 1
+                                                              : -1;
           measure.kind = analysis::StreamedKind::kOneWaveform;
           measure.slot1 = slot(instance.sigIndex2);
           measure.secondNodeAlone = true;
@@ -355,8 +356,7 @@ void measureInstance(const zeInstance& instance, const simdata::ValueArray* valu
   } else {
     outcome.direction = analysis::transientDifference(
         values, instance.sigIndex1, instance.sigIndex2, settings,
-        analysis::traitsOf(instance, instance.orientation), ref, timeRange, scratch,
-        outcome.data);
+        analysis::traitsOf(instance, instance.orientation), ref, timeRange, scratch, outcome.data);
   }
 }
 

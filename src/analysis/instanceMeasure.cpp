@@ -101,7 +101,16 @@ bool printsWhileReading(const simdata::ValueArray* values) {
       return false;
     }
     switch (vector->elementType()) {
-      case 0: case 1: case 2: case 3: case 4: case 5: case 6: case 7: case 9: case 12:
+      case 0:
+      case 1:
+      case 2:
+      case 3:
+      case 4:
+      case 5:
+      case 6:
+      case 7:
+      case 9:
+      case 12:
         return false;
       default:
         return true;

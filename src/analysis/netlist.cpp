@@ -39,7 +39,9 @@ void reserveForLines(FILE* file, std::vector<zeInstance>& instances) {
   char block[1 << 16];
   size_t got = 0;
   while ((got = std::fread(block, 1, sizeof block, file)) > 0 && lines < kMostAhead) {
-    for (const char* c = block; (c = static_cast<const char*>(std::memchr(c, '\n', static_cast<size_t>(block + got - c)))) != nullptr; ++c) {
+    for (const char* c = block; (c = static_cast<const char*>(std::memchr(
+                                     c, '\n', static_cast<size_t>(block + got - c)))) != nullptr;
+         ++c) {
       ++lines;
     }
   }

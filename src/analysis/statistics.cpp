@@ -1,10 +1,10 @@
 #include "analysis/statistics.h"
 
-#include "analysis/detail/statisticsParts.h"
-#include "analysis/detail/statisticsPaths.h"
-
 #include <algorithm>
 #include <cmath>
+
+#include "analysis/detail/statisticsParts.h"
+#include "analysis/detail/statisticsPaths.h"
 
 namespace analysis {
 
@@ -33,8 +33,8 @@ double crossingTime(double prevTime, double prevMagnitude, double time, double m
 /// measureOneWaveform's loop without duration or AC threshold pulses, for 0 <= start < n
 /// and an axis of at least n samples (so no read falls outside the vectors).
 template <int kSplit>
-void oneWaveformPlainLoop(const double* x, const double* y, int n, int start, int stop,
-                          double ref, PeakTracker& peak, AreaSums& sums) {
+void oneWaveformPlainLoop(const double* x, const double* y, int n, int start, int stop, double ref,
+                          PeakTracker& peak, AreaSums& sums) {
   PlainLoopState state(peak, sums);
   double raw = y[start];
   double d = raw - ref;
@@ -297,14 +297,14 @@ void recordAcPulse(const StatisticsSettings& settings, PwcAcEDataList* list,
 
 int measureOneWaveform(const StatisticsSettings& settings, const InstanceTraits& instance,
                        IndexRange range, Samples x, Samples y, double ref, voltageData& out) {
-  return detail::measureOneWaveform(detail::KernelPath::kFast, settings, instance, range, x, y,
-                                    ref, out);
+  return detail::measureOneWaveform(detail::KernelPath::kFast, settings, instance, range, x, y, ref,
+                                    out);
 }
 
 int measureTwoWaveforms(const StatisticsSettings& settings, const InstanceTraits& instance,
                         Samples x1, Samples x2, Samples y1, Samples y2, voltageData& out) {
-  return detail::measureTwoWaveforms(detail::KernelPath::kFast, settings, instance, x1, x2, y1,
-                                     y2, out);
+  return detail::measureTwoWaveforms(detail::KernelPath::kFast, settings, instance, x1, x2, y1, y2,
+                                     out);
 }
 
 int detail::measureOneWaveform(KernelPath path, const StatisticsSettings& settings,
@@ -345,8 +345,8 @@ int detail::measureOneWaveform(KernelPath path, const StatisticsSettings& settin
       }
     });
   }
-  return detail::finishOneWaveform(settings, instance, measured, range, x, y, peak, sums,
-                                   acPulses, out);
+  return detail::finishOneWaveform(settings, instance, measured, range, x, y, peak, sums, acPulses,
+                                   out);
 }
 
 int detail::finishOneWaveform(const StatisticsSettings& settings, const InstanceTraits& instance,
@@ -409,8 +409,8 @@ int detail::finishOneWaveform(const StatisticsSettings& settings, const Instance
 }
 
 int detail::measureTwoWaveforms(KernelPath path, const StatisticsSettings& settings,
-                                const InstanceTraits& instance, Samples x1, Samples x2,
-                                Samples y1, Samples y2, voltageData& out) {
+                                const InstanceTraits& instance, Samples x1, Samples x2, Samples y1,
+                                Samples y2, voltageData& out) {
   const Thresholds thresholds = thresholdsFor(settings, instance);
   PeakTracker peak(settings.durationTime, thresholds.duration, out);
   AreaSums sums(out);

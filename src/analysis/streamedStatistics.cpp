@@ -149,8 +149,8 @@ StreamedMeasures::StreamedMeasures(const StatisticsSettings& settings, std::vect
   // measureOneWaveform: observe(i), then step i -> i + 1 while i + 1 < n, going on while
   // i + 1 <= stop.
   const long long stop = range_.stop;
-  rangeMeasured_ = range_.start >= 0 && static_cast<size_t>(range_.start) < n &&
-                   range_.start <= range_.stop;
+  rangeMeasured_ =
+      range_.start >= 0 && static_cast<size_t>(range_.start) < n && range_.start <= range_.stop;
   if (rangeMeasured_) {
     const long long last = static_cast<long long>(n) - 1;
     observeEnd_ = static_cast<size_t>(std::min(stop, last) + 1);
@@ -421,8 +421,7 @@ void StreamedMeasures::advancePair(size_t place, size_t first, size_t count,
   }
 }
 
-void StreamedMeasures::feed(size_t first, size_t count,
-                            std::span<const double* const> slotValues) {
+void StreamedMeasures::feed(size_t first, size_t count, std::span<const double* const> slotValues) {
   if (count == 0 || first + count > axis_.size()) {
     return;
   }

@@ -19,9 +19,9 @@ namespace analysis {
 
 /// What a streamed instance measures.
 enum class StreamedKind : uint8_t {
-  kNothing,        // no waveform: the record stays as it started, direction -1
-  kOneWaveform,    // waveform 1 against a reference, over the run's index range
-  kTwoWaveforms,   // waveform 1 minus waveform 2 on the shared axis, over the time window
+  kNothing,       // no waveform: the record stays as it started, direction -1
+  kOneWaveform,   // waveform 1 against a reference, over the run's index range
+  kTwoWaveforms,  // waveform 1 minus waveform 2 on the shared axis, over the time window
 };
 
 /// One instance of a streamed run.
@@ -72,8 +72,7 @@ class StreamedMeasures {
   struct State;
 
   template <int kSplit>
-  void advance(size_t place, size_t first, size_t count,
-               std::span<const double* const> slotValues);
+  void advance(size_t place, size_t first, size_t count, std::span<const double* const> slotValues);
   /// advance() for the instances at `place` and `place + 1` (of one kind) side by side.
   template <int kSplit>
   void advancePair(size_t place, size_t first, size_t count,

@@ -93,8 +93,8 @@ void populatePages(const char* begin, const char* end) {
 
 /// Copies records [p0, p1) of columns [c0, c1) into `out`, where column c's values start
 /// at out + (c - c0) * points (point p at index p), and marks columns that hold a NaN.
-void transpose(const RecordLayout& records, size_t p0, size_t p1, size_t c0, size_t c1,
-               double* out, uint8_t* nan) {
+void transpose(const RecordLayout& records, size_t p0, size_t p1, size_t c0, size_t c1, double* out,
+               uint8_t* nan) {
   for (size_t t0 = p0; t0 < p1; t0 += kTilePoints) {
     const size_t t1 = std::min(p1, t0 + kTilePoints);
     for (size_t c = c0; c < c1; ++c) {
@@ -129,9 +129,8 @@ size_t availableMemory() {
 
 /// Copies records [p0, p1) of the columns listed in `order` (positions into `columns`,
 /// sorted by column) to their chunk buffers, chunk position k at out + k * stride, NaN as 0.0.
-void transposeChunk(const RecordLayout& records, size_t p0, size_t p1,
-                    std::span<const int> columns, std::span<const size_t> order, double* out,
-                    size_t stride) {
+void transposeChunk(const RecordLayout& records, size_t p0, size_t p1, std::span<const int> columns,
+                    std::span<const size_t> order, double* out, size_t stride) {
   for (size_t t0 = p0; t0 < p1; t0 += kTilePoints) {
     const size_t t1 = std::min(p1, t0 + kTilePoints);
     for (const size_t k : order) {
@@ -182,8 +181,9 @@ void streamColumns(const RecordLayout& records, std::span<const int> columns,
     const size_t p1 = std::min(records.points, p0 + stride);
     populatePages(records.base + p0 * records.recordBytes, records.base + p1 * records.recordBytes);
     pool.parallelFor(tiles, 4, [&](size_t first, size_t last) {
-      const std::span<const size_t> tile(order.data() + first * kTileColumns,
-                                         std::min(count, last * kTileColumns) - first * kTileColumns);
+      const std::span<const size_t> tile(
+          order.data() + first * kTileColumns,
+          std::min(count, last * kTileColumns) - first * kTileColumns);
       transposeChunk(records, p0, p1, columns, tile, chunk, stride);
     });
     visit(p0, p1 - p0, values);
@@ -206,8 +206,7 @@ ColumnStoreSettings columnStoreSettings() {
   }
   const char* tmp = std::getenv("TMPDIR");
   settings.folder = tmp != nullptr && *tmp != '\0' ? tmp : "/tmp";
-  settings.passBytes =
-      std::clamp(settings.memoryBudget / 4, size_t{64} << 20, size_t{1} << 30);
+  settings.passBytes = std::clamp(settings.memoryBudget / 4, size_t{64} << 20, size_t{1} << 30);
   return settings;
 }
 
@@ -252,8 +251,8 @@ bool ColumnStore::buildInMemory(const RecordLayout& records, const ColumnStoreSe
   // Chunks of records; within a chunk the column tiles are shared out. Each chunk's pages
   // are given back once it is transposed, so the records and the store are not both
   // resident in full.
-  const size_t chunkPoints = std::clamp<size_t>(
-      kChunkBytes / std::max<size_t>(records.recordBytes, 1), kTilePoints, 1024);
+  const size_t chunkPoints =
+      std::clamp<size_t>(kChunkBytes / std::max<size_t>(records.recordBytes, 1), kTilePoints, 1024);
   const size_t tiles = (columns_ + kTileColumns - 1) / kTileColumns;
   support::ThreadPool& pool = support::ThreadPool::shared();
   for (size_t p0 = 0; p0 < points_; p0 += chunkPoints) {
@@ -340,9 +339,7 @@ std::span<const double> ColumnStore::view(size_t column) const {
   return {memory_ + column * points_, points_};
 }
 
-bool ColumnStore::holdsNaN(size_t column) const {
-  return column >= columns_ || nan_[column] != 0;
-}
+bool ColumnStore::holdsNaN(size_t column) const { return column >= columns_ || nan_[column] != 0; }
 
 bool ColumnStore::read(std::span<const int> columns, std::span<double* const> outputs,
                        std::string& error) const {

@@ -45,8 +45,8 @@ class ThreadPool {
     const std::function<void(size_t, size_t)>* body = nullptr;
     size_t count = 0;
     size_t grain = 1;
-    size_t next = 0;      // first index not handed out yet
-    size_t pending = 0;   // pieces handed out and not finished
+    size_t next = 0;     // first index not handed out yet
+    size_t pending = 0;  // pieces handed out and not finished
     std::exception_ptr failure;
   };
 

@@ -1,8 +1,6 @@
 // The fast loops and the streamed measures against the general loops of the statistics
 // kernels: random waveforms, axes, windows and settings, compared bit for bit.
 
-#include "analysis/streamedStatistics.h"
-
 #include <gtest/gtest.h>
 
 #include <bit>
@@ -15,6 +13,7 @@
 #include <vector>
 
 #include "analysis/detail/statisticsPaths.h"
+#include "analysis/streamedStatistics.h"
 
 namespace {
 
@@ -32,11 +31,16 @@ using analysis::detail::KernelPath;
 std::string differences(const voltageData& a, int directionA, const voltageData& b,
                         int directionB) {
   const std::pair<const char*, double voltageData::*> fields[] = {
-      {"peak", &voltageData::peak},         {"peakValue", &voltageData::peakValue},
-      {"avg", &voltageData::avg},           {"rawAvg", &voltageData::rawAvg},
-      {"avgPositive", &voltageData::avgPositive}, {"avgNegative", &voltageData::avgNegative},
-      {"rms", &voltageData::rms},           {"absAvg", &voltageData::absAvg},
-      {"peakTime", &voltageData::peakTime}, {"dutyRatio", &voltageData::dutyRatio},
+      {"peak", &voltageData::peak},
+      {"peakValue", &voltageData::peakValue},
+      {"avg", &voltageData::avg},
+      {"rawAvg", &voltageData::rawAvg},
+      {"avgPositive", &voltageData::avgPositive},
+      {"avgNegative", &voltageData::avgNegative},
+      {"rms", &voltageData::rms},
+      {"absAvg", &voltageData::absAvg},
+      {"peakTime", &voltageData::peakTime},
+      {"dutyRatio", &voltageData::dutyRatio},
       {"pulseWidth", &voltageData::pulseWidth}};
   std::string text;
   for (const auto& [name, field] : fields) {
@@ -150,19 +154,18 @@ TEST(FastLoops, GiveTheBitsOfTheGeneralLoops) {
 
     voltageData fast = freshVoltageData();
     voltageData general = freshVoltageData();
-    int fastDirection = analysis::detail::measureTwoWaveforms(
-        KernelPath::kFast, settings, traits, Samples(x), Samples(x), Samples(y1), Samples(y2),
-        fast);
-    int generalDirection = analysis::detail::measureTwoWaveforms(
-        KernelPath::kGeneral, settings, traits, Samples(x), Samples(x), Samples(y1),
-        Samples(y2), general);
+    int fastDirection =
+        analysis::detail::measureTwoWaveforms(KernelPath::kFast, settings, traits, Samples(x),
+                                              Samples(x), Samples(y1), Samples(y2), fast);
+    int generalDirection =
+        analysis::detail::measureTwoWaveforms(KernelPath::kGeneral, settings, traits, Samples(x),
+                                              Samples(x), Samples(y1), Samples(y2), general);
     EXPECT_EQ(differences(fast, fastDirection, general, generalDirection), "") << "two";
 
     fast = freshVoltageData();
     general = freshVoltageData();
-    fastDirection = analysis::detail::measureOneWaveform(KernelPath::kFast, settings, traits,
-                                                         range, Samples(x), Samples(y1), ref,
-                                                         fast);
+    fastDirection = analysis::detail::measureOneWaveform(KernelPath::kFast, settings, traits, range,
+                                                         Samples(x), Samples(y1), ref, fast);
     generalDirection = analysis::detail::measureOneWaveform(
         KernelPath::kGeneral, settings, traits, range, Samples(x), Samples(y1), ref, general);
     EXPECT_EQ(differences(fast, fastDirection, general, generalDirection), "") << "one";
@@ -254,9 +257,9 @@ TEST(StreamedMeasures, GiveTheBitsOfTheGeneralKernels) {
     std::vector<StreamedInstance> instances(static_cast<size_t>(random.below(40)));
     for (StreamedInstance& instance : instances) {
       const int kind = random.below(10);
-      instance.kind = kind == 0   ? StreamedKind::kNothing
-                      : kind < 4  ? StreamedKind::kOneWaveform
-                                  : StreamedKind::kTwoWaveforms;
+      instance.kind = kind == 0  ? StreamedKind::kNothing
+                      : kind < 4 ? StreamedKind::kOneWaveform
+                                 : StreamedKind::kTwoWaveforms;
       instance.slot1 = random.below(static_cast<int>(slots.size()));
       instance.slot2 = instance.kind == StreamedKind::kTwoWaveforms
                            ? random.below(static_cast<int>(slots.size()))
@@ -280,9 +283,9 @@ TEST(StreamedMeasures, GiveTheBitsOfTheGeneralKernels) {
       int expectedDirection = -1;
       const Samples y1(slots[static_cast<size_t>(std::max(instance.slot1, 0))]);
       if (instance.kind == StreamedKind::kOneWaveform) {
-        expectedDirection = analysis::detail::measureOneWaveform(
-            KernelPath::kGeneral, settings, instance.traits, range, Samples(x), y1, instance.ref,
-            expected);
+        expectedDirection =
+            analysis::detail::measureOneWaveform(KernelPath::kGeneral, settings, instance.traits,
+                                                 range, Samples(x), y1, instance.ref, expected);
         if (instance.secondNodeAlone) {
           expected.rawAvg = 0.0;
           expected.peakValue = 0.0;
@@ -350,13 +353,13 @@ TEST(StreamedMeasures, WindowsAndRangesAtTheEdges) {
       voltageData streamed = freshVoltageData();
       EXPECT_EQ(differences(streamed, measures.finish(0, streamed), expected, direction), "");
       expected = freshVoltageData();
-      direction = analysis::measureOneWaveform(settings, {}, c.range, Samples(x), Samples(y1),
-                                               0.25, expected);
+      direction = analysis::measureOneWaveform(settings, {}, c.range, Samples(x), Samples(y1), 0.25,
+                                               expected);
       streamed = freshVoltageData();
       EXPECT_EQ(differences(streamed, measures.finish(1, streamed), expected, direction), "");
       expected = freshVoltageData();
-      direction = analysis::measureOneWaveform(settings, {}, c.range, Samples(x), Samples(y2),
-                                               0.0, expected);
+      direction = analysis::measureOneWaveform(settings, {}, c.range, Samples(x), Samples(y2), 0.0,
+                                               expected);
       expected.rawAvg = 0.0;
       expected.peakValue = 0.0;
       streamed = freshVoltageData();

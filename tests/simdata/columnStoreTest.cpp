@@ -1,8 +1,6 @@
 // Column access to point-major records: the column store (in memory and in a temporary
 // file) and the stream of point chunks, on hand-made records and through the raw backend.
 
-#include "simdata/columnStore.h"
-
 #include <gtest/gtest.h>
 
 #include <bit>
@@ -14,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "simdata/columnStore.h"
 #include "simdata/rawBackend.h"
 #include "support/testFiles.h"
 
@@ -202,8 +201,8 @@ TEST(StreamColumns, AColumnOutsideTheRecordsVisitsNothing) {
   bool visited = false;
   const int columns[] = {1, 4};
   simdata::raw::streamColumns(
-      records.layout, columns, [&](size_t, size_t, std::span<const double* const>) { visited = true; },
-      false);
+      records.layout, columns,
+      [&](size_t, size_t, std::span<const double* const>) { visited = true; }, false);
   EXPECT_FALSE(visited);
 }
 
@@ -211,8 +210,8 @@ TEST(StreamColumns, AColumnOutsideTheRecordsVisitsNothing) {
 /// at point p s + p / 100 (NaN for node 2 at point 1).
 std::string binaryRaw(int signals, int points) {
   std::string text = "Title: test\nDate: today\nPlotname: Transient Analysis\nFlags: real\n";
-  text += "No. Variables: " + std::to_string(signals + 1) + "\nNo. Points: " +
-          std::to_string(points) + "\nVariables:\n\t0\ttime\ttime\n";
+  text += "No. Variables: " + std::to_string(signals + 1) +
+          "\nNo. Points: " + std::to_string(points) + "\nVariables:\n\t0\ttime\ttime\n";
   for (int s = 1; s <= signals; ++s) {
     text += "\t" + std::to_string(s) + "\tv(n" + std::to_string(s) + ")\tvoltage\n";
   }
@@ -270,8 +269,8 @@ TEST(RawColumnAccess, StreamsStoresAndBatchReadsAgree) {
     some.add(list->at(2));
     some.add(list->at(0));
     std::vector<std::vector<double>> streamed(3);
-    ASSERT_TRUE(tran->streamSignals(
-        some, [&](size_t, size_t count, std::span<const double* const> values) {
+    ASSERT_TRUE(
+        tran->streamSignals(some, [&](size_t, size_t count, std::span<const double* const> values) {
           for (size_t k = 0; k < 3; ++k) {
             streamed[k].insert(streamed[k].end(), values[k], values[k] + count);
           }

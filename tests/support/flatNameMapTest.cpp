@@ -1,13 +1,13 @@
 // The flat name map against std::map on many names, and its first-wins rule.
 
-#include "support/flatNameMap.h"
-
 #include <gtest/gtest.h>
 
 #include <map>
 #include <random>
 #include <string>
 #include <vector>
+
+#include "support/flatNameMap.h"
 
 namespace {
 

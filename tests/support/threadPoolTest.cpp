@@ -1,8 +1,6 @@
 // The thread pool: every index handled once whatever the pieces, failures passed on, nested
 // loops, and the thread count from the environment.
 
-#include "support/threadPool.h"
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -15,6 +13,8 @@
 #include <thread>
 #include <vector>
 
+#include "support/threadPool.h"
+
 namespace {
 
 TEST(ThreadPool, EveryIndexIsHandledExactlyOnce) {
@@ -23,9 +23,8 @@ TEST(ThreadPool, EveryIndexIsHandledExactlyOnce) {
     size_t count;
     size_t grain;
   };
-  const Case cases[] = {{1, 1000, 7},  {4, 0, 1},     {4, 1, 1},  {4, 7, 3},
-                        {4, 1000, 1},  {4, 1000, 64}, {3, 999, 1000}, {8, 5000, 13},
-                        {2, 100, 0}};
+  const Case cases[] = {{1, 1000, 7},  {4, 0, 1},      {4, 1, 1},     {4, 7, 3},  {4, 1000, 1},
+                        {4, 1000, 64}, {3, 999, 1000}, {8, 5000, 13}, {2, 100, 0}};
   for (const Case& c : cases) {
     SCOPED_TRACE(std::to_string(c.threads) + " threads, " + std::to_string(c.count) +
                  " indices in pieces of " + std::to_string(c.grain));
@@ -82,9 +81,8 @@ TEST(ThreadPool, AFailureIsRethrownAndThePoolGoesOn) {
                std::runtime_error);
   EXPECT_LT(handled.load(), 100);
   std::atomic<int> after{0};
-  pool.parallelFor(50, 5, [&](size_t begin, size_t end) {
-    after.fetch_add(static_cast<int>(end - begin));
-  });
+  pool.parallelFor(
+      50, 5, [&](size_t begin, size_t end) { after.fetch_add(static_cast<int>(end - begin)); });
   EXPECT_EQ(after.load(), 50);
 }
 
@@ -112,8 +110,8 @@ TEST(ThreadPool, ThreadCountFromTheEnvironment) {
     const char* value;
     int expected;  // 0: the processors of the machine
   };
-  const Case cases[] = {{"3", 3}, {"1", 1}, {"1000", 256}, {"0", 0},
-                        {"-2", 0}, {"four", 0}, {"4x", 0}, {"", 0}};
+  const Case cases[] = {{"3", 3},  {"1", 1},    {"1000", 256}, {"0", 0},
+                        {"-2", 0}, {"four", 0}, {"4x", 0},     {"", 0}};
   unsetenv(support::kThreadsVariable);
   const int machine = support::threadCount();
   EXPECT_GE(machine, 1);

@@ -19,7 +19,8 @@ struct Thresholds {
   double ac = 0.0;        // an AC threshold pulse lasts while the magnitude is at least this
 };
 
-inline Thresholds thresholdsFor(const StatisticsSettings& settings, const InstanceTraits& instance) {
+inline Thresholds thresholdsFor(const StatisticsSettings& settings,
+                                const InstanceTraits& instance) {
   Thresholds thresholds;
   if (settings.durationTime != 0.0) {
     thresholds.duration = instance.thresholdValue * instance.thresholdScale;
@@ -371,8 +372,8 @@ inline int directionFor(const InstanceTraits& instance, double signedAvg) {
 }
 
 /// Reverse currents heal part of the damage of the forward ones.
-inline void applyRecovery(const StatisticsSettings& settings, double instanceFactor, const AreaSums& sums,
-                   voltageData& out) {
+inline void applyRecovery(const StatisticsSettings& settings, double instanceFactor,
+                          const AreaSums& sums, voltageData& out) {
   double factor = 0.0;
   if (settings.recoveryFactor != 0.0f) {
     factor = instanceFactor;
