@@ -49,25 +49,6 @@ TEST(ThreadPool, EveryIndexIsHandledExactlyOnce) {
   }
 }
 
-TEST(ThreadPool, WorkIsSharedAmongThreads) {
-  support::ThreadPool pool(4);
-  std::vector<std::thread::id> ids(64);
-  pool.parallelFor(ids.size(), 1, [&](size_t begin, size_t end) {
-    for (size_t i = begin; i < end; ++i) {
-      ids[i] = std::this_thread::get_id();
-      // Long enough that one thread cannot take every piece before the others wake.
-      std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-  });
-  std::vector<std::thread::id> distinct;
-  for (const std::thread::id& id : ids) {
-    if (std::find(distinct.begin(), distinct.end(), id) == distinct.end()) {
-      distinct.push_back(id);
-    }
-  }
-  EXPECT_GT(distinct.size(), 1u);
-}
-
 TEST(ThreadPool, AFailureIsRethrownAndThePoolGoesOn) {
   support::ThreadPool pool(4);
   std::atomic<int> handled{0};
