@@ -13,9 +13,9 @@
 //   kra2_scale_bench [--nodes N] [--points T] [--dir DIR] [--keep] [--no-numpy]
 //                    [--no-binary] [--numpy-limit SECONDS] [--compare] [--repeat N]
 //
-// --compare also runs the phases reading the results batch by batch (KRA2_STREAMED_RUN=off)
-// with the column store in memory and in a temporary file, for the choice of the way a run
-// reads its data.
+// --compare also runs the phases reading the results batch by batch (KRA2_STREAMED_RUN=off),
+// with the column store where the memory budget puts it (in memory for the default size)
+// and in a temporary file, for the choice of the way a run reads its data.
 //
 // Defaults: 100000 nodes by 1000 points (an 800 MB file) in $TMPDIR (or /tmp), removed at
 // the end unless --keep; each program but numpy runs 3 times (--repeat) and its best run
@@ -437,7 +437,7 @@ int main(int argc, char** argv) {
   };
   std::vector<Alternative> alternatives;
   if (compare) {
-    alternatives.push_back({"run: batches, store in memory", nullptr, {}});
+    alternatives.push_back({"run: batches, store by budget", nullptr, {}});
     alternatives.push_back({"run: batches, store in a file", "0", {}});
     for (Alternative& alternative : alternatives) {
       setenv("KRA2_STREAMED_RUN", "off", 1);
