@@ -35,31 +35,39 @@ Lanes magnitude(Lanes value) {
                                  LaneMask{INT64_MAX, INT64_MAX});
 }
 
-/// PlainLoopState for two instances, one per lane.
+/// PlainLoopState for two instances, one per lane. The value and time of a new peak are
+/// written straight to the instances' states (a new peak is rare), so that the sums that
+/// change at every step have the registers to themselves.
 struct PairLoopState {
-  Lanes peak, peakValue, peakTime;
+  PlainLoopState* a;
+  PlainLoopState* b;
+  Lanes peak;
   Lanes avg, rawAvg, avgPositive, avgNegative, rms, absAvg;
   Lanes positiveArea, negativeArea, positiveTime, negativeTime;
 
-  PairLoopState(const PlainLoopState& a, const PlainLoopState& b)
-      : peak{a.plain.peak, b.plain.peak},
-        peakValue{a.plain.peakValue, b.plain.peakValue},
-        peakTime{a.plain.peakTime, b.plain.peakTime},
-        avg{a.avg, b.avg},
-        rawAvg{a.rawAvg, b.rawAvg},
-        avgPositive{a.avgPositive, b.avgPositive},
-        avgNegative{a.avgNegative, b.avgNegative},
-        rms{a.rms, b.rms},
-        absAvg{a.absAvg, b.absAvg},
-        positiveArea{a.positiveArea, b.positiveArea},
-        negativeArea{a.negativeArea, b.negativeArea},
-        positiveTime{a.positiveTime, b.positiveTime},
-        negativeTime{a.negativeTime, b.negativeTime} {}
+  PairLoopState(PlainLoopState& first, PlainLoopState& second)
+      : a(&first),
+        b(&second),
+        peak{first.plain.peak, second.plain.peak},
+        avg{first.avg, second.avg},
+        rawAvg{first.rawAvg, second.rawAvg},
+        avgPositive{first.avgPositive, second.avgPositive},
+        avgNegative{first.avgNegative, second.avgNegative},
+        rms{first.rms, second.rms},
+        absAvg{first.absAvg, second.absAvg},
+        positiveArea{first.positiveArea, second.positiveArea},
+        negativeArea{first.negativeArea, second.negativeArea},
+        positiveTime{first.positiveTime, second.positiveTime},
+        negativeTime{first.negativeTime, second.negativeTime} {}
+
+  /// Writes the sums back to both states.
+  void store() const {
+    storeLane(0, *a);
+    storeLane(1, *b);
+  }
 
   void storeLane(int lane, PlainLoopState& to) const {
     to.plain.peak = peak[lane];
-    to.plain.peakValue = peakValue[lane];
-    to.plain.peakTime = peakTime[lane];
     to.avg = avg[lane];
     to.rawAvg = rawAvg[lane];
     to.avgPositive = avgPositive[lane];
@@ -77,8 +85,14 @@ struct PairLoopState {
     const LaneMask higher = magnitudes >= peak;
     if (higher[0] != 0 || higher[1] != 0) {
       peak = higher ? magnitudes : peak;
-      peakValue = higher ? raw : peakValue;
-      peakTime = higher ? bothLanes(time) : peakTime;
+      if (higher[0] != 0) {
+        a->plain.peakValue = raw[0];
+        a->plain.peakTime = time;
+      }
+      if (higher[1] != 0) {
+        b->plain.peakValue = raw[1];
+        b->plain.peakTime = time;
+      }
     }
   }
 
@@ -349,18 +363,18 @@ void StreamedMeasures::advancePair(size_t place, size_t first, size_t count,
       started = true;
     }
     const size_t to = std::min(end, stepEnd_);
+    // Only the raw value and the difference are carried from step to step; their magnitude
+    // and square are worked out again (the same bits), which keeps the running sums in
+    // registers.
     for (size_t j = std::max(first, start + 1); j < to; ++j) {
       const Lanes rawNext{a1[j], b1[j]};
       const Lanes dNext = rawNext - ref;
       const Lanes absNext = magnitude(dNext);
-      const Lanes squareNext = dNext * dNext;
-      loop.step<kSplit>(dt[j], raw, d, absD, squareD, rawNext, dNext, absNext, squareNext);
+      loop.step<kSplit>(dt[j], raw, d, magnitude(d), d * d, rawNext, dNext, absNext, dNext * dNext);
       raw = rawNext;
       d = dNext;
-      absD = absNext;
-      squareD = squareNext;
       if (j < observeEnd_) {
-        loop.observe(absD, raw, axis[j]);
+        loop.observe(absNext, raw, axis[j]);
       }
     }
   } else {
@@ -376,17 +390,16 @@ void StreamedMeasures::advancePair(size_t place, size_t first, size_t count,
       setCurrent(0);
       started = true;
     }
+    // Only the raw value and the difference are carried from step to step (see above).
     auto visit = [&](size_t j) __attribute__((always_inline)) {
       const Lanes rawNext{a1[j], b1[j]};
       const Lanes dNext = rawNext - Lanes{a2[j], b2[j]};
-      const Lanes absNext = magnitude(dNext);
-      const Lanes squareNext = dNext * dNext;
-      loop.observe(absD, raw, axis[j - 1]);
-      loop.step<kSplit>(dt[j], raw, d, absD, squareD, rawNext, dNext, absNext, squareNext);
+      const Lanes absCurrent = magnitude(d);
+      loop.observe(absCurrent, raw, axis[j - 1]);
+      loop.step<kSplit>(dt[j], raw, d, absCurrent, d * d, rawNext, dNext, magnitude(dNext),
+                        dNext * dNext);
       raw = rawNext;
       d = dNext;
-      absD = absNext;
-      squareD = squareNext;
     };
     const size_t from = std::max<size_t>(first, 1);
     const size_t to = std::min(end, walkEnd_);
@@ -408,8 +421,9 @@ void StreamedMeasures::advancePair(size_t place, size_t first, size_t count,
       }
     }
   }
-  loop.storeLane(0, stateA.loop);
-  loop.storeLane(1, stateB.loop);
+  absD = magnitude(d);
+  squareD = d * d;
+  loop.store();
   State* states[2] = {&stateA, &stateB};
   for (int lane = 0; lane < 2; ++lane) {
     State& state = *states[lane];
