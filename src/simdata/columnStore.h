@@ -38,7 +38,9 @@ using ChunkVisitor =
 /// Visits the listed columns of the records in one pass, chunk of points by chunk of points
 /// in order, with NaN read as 0.0. Each chunk is transposed on the shared thread pool into a
 /// buffer that is reused; with `releaseRecords` the pages of the records are given back once
-/// their chunk is visited, so the pass keeps only about `chunkBytes` of values resident.
+/// their chunk is visited, so the pass keeps only about `chunkBytes` of values resident (the
+/// records must then be a read-only file mapping, which refills from the file; other memory
+/// would lose its contents).
 void streamColumns(const RecordLayout& records, std::span<const int> columns,
                    const ChunkVisitor& visit, bool releaseRecords = true,
                    size_t chunkBytes = size_t{32} << 20);
