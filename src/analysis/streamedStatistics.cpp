@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <utility>
 
 #include "analysis/detail/statisticsParts.h"
 #include "support/threadPool.h"
@@ -19,79 +20,115 @@ namespace {
 /// Units (one instance or a pair) advanced per piece of work handed to a thread.
 constexpr size_t kUnitsPerPiece = 128;
 
-/// Two instances side by side: every operation of the loops below works on both lanes at
-/// once, each lane doing exactly what the one-instance loop does (IEEE additions,
-/// multiplications and comparisons give the same bits whatever the vector width).
-using Lanes = double __attribute__((vector_size(16)));
-using LaneMask = int64_t __attribute__((vector_size(16)));
+/// Several instances side by side, one per vector lane: every operation of the loops below
+/// works on all lanes at once, each lane doing exactly what the one-instance loop does (IEEE
+/// additions, multiplications and comparisons give the same bits whatever the vector width).
+/// Two lanes fit the baseline instruction set; four lanes are used on processors with 256-bit
+/// vectors. The helpers are always inlined, so wide vectors never cross a call.
+template <int kLanes>
+struct LaneTypes {
+  typedef double Values __attribute__((vector_size(kLanes * sizeof(double))));
+  typedef int64_t Mask __attribute__((vector_size(kLanes * sizeof(double))));
+};
+template <int kLanes>
+using Lanes = typename LaneTypes<kLanes>::Values;
+template <int kLanes>
+using LaneMask = typename LaneTypes<kLanes>::Mask;
 
-Lanes bothLanes(double value) { return Lanes{value, value}; }
+#define KRA2_LANE_INLINE __attribute__((always_inline)) inline
+
+template <int kLanes>
+KRA2_LANE_INLINE Lanes<kLanes> allLanes(double value) {
+  Lanes<kLanes> lanes;
+  for (int lane = 0; lane < kLanes; ++lane) {
+    lanes[lane] = value;
+  }
+  return lanes;
+}
+/// Element j of each lane's column.
+template <int kLanes>
+KRA2_LANE_INLINE Lanes<kLanes> gather(const double* const (&columns)[kLanes], size_t j) {
+  Lanes<kLanes> lanes;
+  for (int lane = 0; lane < kLanes; ++lane) {
+    lanes[lane] = columns[lane][j];
+  }
+  return lanes;
+}
 /// `value` where the mask is set, +0.0 elsewhere.
-Lanes onlyWhere(LaneMask mask, Lanes value) {
-  return reinterpret_cast<Lanes>(reinterpret_cast<LaneMask>(value) & mask);
+template <int kLanes>
+KRA2_LANE_INLINE Lanes<kLanes> onlyWhere(LaneMask<kLanes> mask, Lanes<kLanes> value) {
+  return reinterpret_cast<Lanes<kLanes>>(reinterpret_cast<LaneMask<kLanes>>(value) & mask);
 }
-Lanes magnitude(Lanes value) {
-  return reinterpret_cast<Lanes>(reinterpret_cast<LaneMask>(value) &
-                                 LaneMask{INT64_MAX, INT64_MAX});
+template <int kLanes>
+KRA2_LANE_INLINE Lanes<kLanes> magnitude(Lanes<kLanes> value) {
+  return reinterpret_cast<Lanes<kLanes>>(reinterpret_cast<LaneMask<kLanes>>(value) &
+                                         (LaneMask<kLanes>{} + INT64_MAX));
 }
 
-/// PlainLoopState for two instances, one per lane. The value and time of a new peak are
+/// Whether any lane of the mask is set (one test, not one branch per lane).
+template <int kLanes, int... kLane>
+KRA2_LANE_INLINE bool anyLane(LaneMask<kLanes> mask, std::integer_sequence<int, kLane...>) {
+  return (mask[kLane] | ...) != 0;
+}
+
+/// PlainLoopState for kLanes instances, one per lane. The value and time of a new peak are
 /// written straight to the instances' states (a new peak is rare), so that the sums that
 /// change at every step have the registers to themselves.
-struct PairLoopState {
-  PlainLoopState* a;
-  PlainLoopState* b;
-  Lanes peak;
-  Lanes avg, rawAvg, avgPositive, avgNegative, rms, absAvg;
-  Lanes positiveArea, negativeArea, positiveTime, negativeTime;
+template <int kLanes>
+struct LaneLoopState {
+  using V = Lanes<kLanes>;
+  using M = LaneMask<kLanes>;
+  PlainLoopState* states[kLanes];
+  V peak;
+  V avg, rawAvg, avgPositive, avgNegative, rms, absAvg;
+  V positiveArea, negativeArea, positiveTime, negativeTime;
 
-  PairLoopState(PlainLoopState& first, PlainLoopState& second)
-      : a(&first),
-        b(&second),
-        peak{first.plain.peak, second.plain.peak},
-        avg{first.avg, second.avg},
-        rawAvg{first.rawAvg, second.rawAvg},
-        avgPositive{first.avgPositive, second.avgPositive},
-        avgNegative{first.avgNegative, second.avgNegative},
-        rms{first.rms, second.rms},
-        absAvg{first.absAvg, second.absAvg},
-        positiveArea{first.positiveArea, second.positiveArea},
-        negativeArea{first.negativeArea, second.negativeArea},
-        positiveTime{first.positiveTime, second.positiveTime},
-        negativeTime{first.negativeTime, second.negativeTime} {}
-
-  /// Writes the sums back to both states.
-  void store() const {
-    storeLane(0, *a);
-    storeLane(1, *b);
+  KRA2_LANE_INLINE explicit LaneLoopState(PlainLoopState* const (&from)[kLanes]) {
+    for (int lane = 0; lane < kLanes; ++lane) {
+      PlainLoopState& state = *from[lane];
+      states[lane] = &state;
+      peak[lane] = state.plain.peak;
+      avg[lane] = state.avg;
+      rawAvg[lane] = state.rawAvg;
+      avgPositive[lane] = state.avgPositive;
+      avgNegative[lane] = state.avgNegative;
+      rms[lane] = state.rms;
+      absAvg[lane] = state.absAvg;
+      positiveArea[lane] = state.positiveArea;
+      negativeArea[lane] = state.negativeArea;
+      positiveTime[lane] = state.positiveTime;
+      negativeTime[lane] = state.negativeTime;
+    }
   }
 
-  void storeLane(int lane, PlainLoopState& to) const {
-    to.plain.peak = peak[lane];
-    to.avg = avg[lane];
-    to.rawAvg = rawAvg[lane];
-    to.avgPositive = avgPositive[lane];
-    to.avgNegative = avgNegative[lane];
-    to.rms = rms[lane];
-    to.absAvg = absAvg[lane];
-    to.positiveArea = positiveArea[lane];
-    to.negativeArea = negativeArea[lane];
-    to.positiveTime = positiveTime[lane];
-    to.negativeTime = negativeTime[lane];
+  /// Writes the sums back to the instances' states.
+  KRA2_LANE_INLINE void store() const {
+    for (int lane = 0; lane < kLanes; ++lane) {
+      PlainLoopState& to = *states[lane];
+      to.plain.peak = peak[lane];
+      to.avg = avg[lane];
+      to.rawAvg = rawAvg[lane];
+      to.avgPositive = avgPositive[lane];
+      to.avgNegative = avgNegative[lane];
+      to.rms = rms[lane];
+      to.absAvg = absAvg[lane];
+      to.positiveArea = positiveArea[lane];
+      to.negativeArea = negativeArea[lane];
+      to.positiveTime = positiveTime[lane];
+      to.negativeTime = negativeTime[lane];
+    }
   }
 
   /// PlainLoopState::observe in each lane.
-  void observe(Lanes magnitudes, Lanes raw, double time) {
-    const LaneMask higher = magnitudes >= peak;
-    if (higher[0] != 0 || higher[1] != 0) {
+  KRA2_LANE_INLINE void observe(V magnitudes, V raw, double time) {
+    const M higher = magnitudes >= peak;
+    if (anyLane<kLanes>(higher, std::make_integer_sequence<int, kLanes>())) {
       peak = higher ? magnitudes : peak;
-      if (higher[0] != 0) {
-        a->plain.peakValue = raw[0];
-        a->plain.peakTime = time;
-      }
-      if (higher[1] != 0) {
-        b->plain.peakValue = raw[1];
-        b->plain.peakTime = time;
+      for (int lane = 0; lane < kLanes; ++lane) {
+        if (higher[lane] != 0) {
+          states[lane]->plain.peakValue = raw[lane];
+          states[lane]->plain.peakTime = time;
+        }
       }
     }
   }
@@ -99,23 +136,23 @@ struct PairLoopState {
   /// PlainLoopState::step in each lane (the split sums are taken or left as the branches of
   /// the one-lane step take or leave them).
   template <int kSplit>
-  void step(double stepLength, Lanes raw, Lanes d, Lanes absD, Lanes squareD, Lanes rawNext,
-            Lanes dNext, Lanes absNext, Lanes squareNext) {
-    const Lanes dt = bothLanes(stepLength);
-    const Lanes mid = (d + dNext) / 2;
-    const Lanes area = dt * mid;
+  KRA2_LANE_INLINE void step(double stepLength, V raw, V d, V absD, V squareD, V rawNext, V dNext,
+                             V absNext, V squareNext) {
+    const V dt = allLanes<kLanes>(stepLength);
+    const V mid = (d + dNext) / 2;
+    const V area = dt * mid;
     avg += area;
     rawAvg += (rawNext + raw) / 2 * dt;
-    const LaneMask positive = mid >= 0;
-    positiveArea += onlyWhere(positive, area);
-    negativeArea += onlyWhere(~positive, area);
+    const M positive = mid >= 0;
+    positiveArea += onlyWhere<kLanes>(positive, area);
+    negativeArea += onlyWhere<kLanes>(~positive, area);
     if constexpr ((kSplit & detail::kSplitPositive) != 0) {
       avgPositive = positive ? avgPositive + area : avgPositive;
       positiveTime = positive ? positiveTime + dt : positiveTime;
     }
     if constexpr ((kSplit & detail::kSplitNegative) != 0) {
       // Not "~positive": a NaN midpoint is neither.
-      const LaneMask negative = mid < 0;
+      const M negative = mid < 0;
       avgNegative = negative ? avgNegative + area : avgNegative;
       negativeTime = negative ? negativeTime + dt : negativeTime;
     }
@@ -123,6 +160,16 @@ struct PairLoopState {
     absAvg += dt * (absD + absNext) / 2;
   }
 };
+
+/// Whether this processor has 256-bit vectors (four lanes of doubles), and the code
+/// generation for them. No fused multiply-add is enabled: it would round differently.
+#if defined(__x86_64__)
+#define KRA2_FOUR_LANES_TARGET __attribute__((target("avx2")))
+bool hasFourLanes() { return __builtin_cpu_supports("avx2"); }
+#else
+#define KRA2_FOUR_LANES_TARGET
+bool hasFourLanes() { return false; }
+#endif
 
 /// The running values of a fresh record, as the kernels start them.
 PlainLoopState freshLoopState() {
@@ -149,7 +196,8 @@ bool streamable(const StatisticsSettings& settings) {
 }
 
 StreamedMeasures::StreamedMeasures(const StatisticsSettings& settings, std::vector<double> axis,
-                                   IndexRange range, std::vector<StreamedInstance> instances)
+                                   IndexRange range, std::vector<StreamedInstance> instances,
+                                   int widestLanes)
     : settings_(settings),
       axis_(std::move(axis)),
       range_(range),
@@ -219,13 +267,19 @@ StreamedMeasures::StreamedMeasures(const StatisticsSettings& settings, std::vect
     ordered_.push_back(instances_[order[place]]);
   }
   states_.resize(order.size());
-  // Neighbours of the same kind are advanced in pairs.
+  // Neighbours of the same kind are advanced side by side, as many as the lanes allow.
+  const size_t widest = widestLanes >= 4 && hasFourLanes() ? 4 : widestLanes >= 2 ? 2 : 1;
   for (size_t place = 0; place < ordered_.size();) {
-    const bool pair =
-        place + 1 < ordered_.size() && ordered_[place].kind == ordered_[place + 1].kind;
+    size_t lanes = 1;
+    while (lanes < widest && place + lanes * 2 <= ordered_.size() &&
+           std::all_of(ordered_.begin() + static_cast<std::ptrdiff_t>(place + 1),
+                       ordered_.begin() + static_cast<std::ptrdiff_t>(place + lanes * 2),
+                       [&](const StreamedInstance& x) { return x.kind == ordered_[place].kind; })) {
+      lanes *= 2;
+    }
     units_.push_back(place);
-    pairStarts_.push_back(pair);
-    place += pair ? 2 : 1;
+    unitLanes_.push_back(static_cast<uint8_t>(lanes));
+    place += lanes;
   }
 }
 
@@ -329,37 +383,45 @@ void StreamedMeasures::advance(size_t place, size_t first, size_t count,
   state.squareD = squareD;
 }
 
-template <int kSplit>
-void StreamedMeasures::advancePair(size_t place, size_t first, size_t count,
-                                   std::span<const double* const> slotValues) {
-  State& stateA = states_[place];
-  State& stateB = states_[place + 1];
-  const StreamedInstance& a = ordered_[place];
-  const StreamedInstance& b = ordered_[place + 1];
+template <int kSplit, int kLanes>
+KRA2_LANE_INLINE void StreamedMeasures::advanceLanes(size_t place, size_t first, size_t count,
+                                                     std::span<const double* const> slotValues) {
+  using V = Lanes<kLanes>;
+  State* states[kLanes];
+  PlainLoopState* loops[kLanes];
+  const double* y1[kLanes];
+  const double* y2[kLanes];
+  V ref;
+  V raw;
+  V d;
+  for (int lane = 0; lane < kLanes; ++lane) {
+    State& state = states_[place + static_cast<size_t>(lane)];
+    const StreamedInstance& instance = ordered_[place + static_cast<size_t>(lane)];
+    states[lane] = &state;
+    loops[lane] = &state.loop;
+    y1[lane] = slotValues[static_cast<size_t>(instance.slot1)] - first;
+    // One-waveform instances read their first waveform in place of a second one.
+    const int slot2 = instance.slot2 >= 0 ? instance.slot2 : instance.slot1;
+    y2[lane] = slotValues[static_cast<size_t>(slot2)] - first;
+    ref[lane] = instance.ref;
+    raw[lane] = state.raw;
+    d[lane] = state.d;
+  }
   const size_t end = first + count;
-  // advance() for two instances of the same kind, lane 0 and lane 1.
-  PairLoopState loop(stateA.loop, stateB.loop);
-  Lanes raw{stateA.raw, stateB.raw};
-  Lanes d{stateA.d, stateB.d};
-  Lanes absD{stateA.absD, stateB.absD};
-  Lanes squareD{stateA.squareD, stateB.squareD};
-  const double* axis = axis_.data();
-  const double* dt = dt_.data();
-  const double* a1 = slotValues[static_cast<size_t>(a.slot1)] - first;
-  const double* b1 = slotValues[static_cast<size_t>(b.slot1)] - first;
-  bool started = stateA.started;
-  if (a.kind == StreamedKind::kOneWaveform) {
+  // advance() for kLanes instances of the same kind, one per lane.
+  LaneLoopState<kLanes> loop(loops);
+  V absD;
+  bool started = states[0]->started;
+  if (ordered_[place].kind == StreamedKind::kOneWaveform) {
     const size_t start = static_cast<size_t>(range_.start);
-    const Lanes ref{a.ref, b.ref};
     if (!started) {
       if (start >= end) {
         return;  // the range starts in a later chunk
       }
-      raw = Lanes{a1[start], b1[start]};
+      raw = gather<kLanes>(y1, start);
       d = raw - ref;
-      absD = magnitude(d);
-      squareD = d * d;
-      loop.observe(absD, raw, axis[start]);
+      absD = magnitude<kLanes>(d);
+      loop.observe(absD, raw, axis_[start]);
       started = true;
     }
     const size_t to = std::min(end, stepEnd_);
@@ -367,24 +429,21 @@ void StreamedMeasures::advancePair(size_t place, size_t first, size_t count,
     // and square are worked out again (the same bits), which keeps the running sums in
     // registers.
     for (size_t j = std::max(first, start + 1); j < to; ++j) {
-      const Lanes rawNext{a1[j], b1[j]};
-      const Lanes dNext = rawNext - ref;
-      const Lanes absNext = magnitude(dNext);
-      loop.step<kSplit>(dt[j], raw, d, magnitude(d), d * d, rawNext, dNext, absNext, dNext * dNext);
+      const V rawNext = gather<kLanes>(y1, j);
+      const V dNext = rawNext - ref;
+      const V absNext = magnitude<kLanes>(dNext);
+      loop.template step<kSplit>(dt_[j], raw, d, magnitude<kLanes>(d), d * d, rawNext, dNext,
+                                 absNext, dNext * dNext);
       raw = rawNext;
       d = dNext;
       if (j < observeEnd_) {
-        loop.observe(absNext, raw, axis[j]);
+        loop.observe(absNext, raw, axis_[j]);
       }
     }
   } else {
-    const double* a2 = slotValues[static_cast<size_t>(a.slot2)] - first;
-    const double* b2 = slotValues[static_cast<size_t>(b.slot2)] - first;
     auto setCurrent = [&](size_t i) __attribute__((always_inline)) {
-      raw = Lanes{a1[i], b1[i]};
-      d = raw - Lanes{a2[i], b2[i]};
-      absD = magnitude(d);
-      squareD = d * d;
+      raw = gather<kLanes>(y1, i);
+      d = raw - gather<kLanes>(y2, i);
     };
     if (!started) {
       setCurrent(0);
@@ -392,12 +451,12 @@ void StreamedMeasures::advancePair(size_t place, size_t first, size_t count,
     }
     // Only the raw value and the difference are carried from step to step (see above).
     auto visit = [&](size_t j) __attribute__((always_inline)) {
-      const Lanes rawNext{a1[j], b1[j]};
-      const Lanes dNext = rawNext - Lanes{a2[j], b2[j]};
-      const Lanes absCurrent = magnitude(d);
-      loop.observe(absCurrent, raw, axis[j - 1]);
-      loop.step<kSplit>(dt[j], raw, d, absCurrent, d * d, rawNext, dNext, magnitude(dNext),
-                        dNext * dNext);
+      const V rawNext = gather<kLanes>(y1, j);
+      const V dNext = rawNext - gather<kLanes>(y2, j);
+      const V absCurrent = magnitude<kLanes>(d);
+      loop.observe(absCurrent, raw, axis_[j - 1]);
+      loop.template step<kSplit>(dt_[j], raw, d, absCurrent, d * d, rawNext, dNext,
+                                 magnitude<kLanes>(dNext), dNext * dNext);
       raw = rawNext;
       d = dNext;
     };
@@ -421,11 +480,10 @@ void StreamedMeasures::advancePair(size_t place, size_t first, size_t count,
       }
     }
   }
-  absD = magnitude(d);
-  squareD = d * d;
+  absD = magnitude<kLanes>(d);
+  const V squareD = d * d;
   loop.store();
-  State* states[2] = {&stateA, &stateB};
-  for (int lane = 0; lane < 2; ++lane) {
+  for (int lane = 0; lane < kLanes; ++lane) {
     State& state = *states[lane];
     state.raw = raw[lane];
     state.d = d[lane];
@@ -433,6 +491,18 @@ void StreamedMeasures::advancePair(size_t place, size_t first, size_t count,
     state.squareD = squareD[lane];
     state.started = started;
   }
+}
+
+template <int kSplit>
+void StreamedMeasures::advancePair(size_t place, size_t first, size_t count,
+                                   std::span<const double* const> slotValues) {
+  advanceLanes<kSplit, 2>(place, first, count, slotValues);
+}
+
+template <int kSplit>
+KRA2_FOUR_LANES_TARGET void StreamedMeasures::advanceQuad(
+    size_t place, size_t first, size_t count, std::span<const double* const> slotValues) {
+  advanceLanes<kSplit, 4>(place, first, count, slotValues);
 }
 
 void StreamedMeasures::feed(size_t first, size_t count, std::span<const double* const> slotValues) {
@@ -444,10 +514,16 @@ void StreamedMeasures::feed(size_t first, size_t count, std::span<const double* 
         units_.size(), kUnitsPerPiece, [&](size_t begin, size_t end) {
           for (size_t u = begin; u < end; ++u) {
             const size_t place = units_[u];
-            if (pairStarts_[u]) {
-              advancePair<kSplit>(place, first, count, slotValues);
-            } else {
-              advance<kSplit>(place, first, count, slotValues);
+            switch (unitLanes_[u]) {
+              case 4:
+                advanceQuad<kSplit>(place, first, count, slotValues);
+                break;
+              case 2:
+                advancePair<kSplit>(place, first, count, slotValues);
+                break;
+              default:
+                advance<kSplit>(place, first, count, slotValues);
+                break;
             }
           }
         });

@@ -48,9 +48,10 @@ class StreamedMeasures {
  public:
   /// `axis`: the whole shared time axis as the kernels read it (NaN as 0.0); `range`: its
   /// sample index range for the run's window (start >= 0). Every point of the axis must then
-  /// be fed, in order.
+  /// be fed, in order. `widestLanes` caps how many instances advance side by side (1, 2 or
+  /// 4; four only where the processor has the vectors for it): the results are the same.
   StreamedMeasures(const StatisticsSettings& settings, std::vector<double> axis, IndexRange range,
-                   std::vector<StreamedInstance> instances);
+                   std::vector<StreamedInstance> instances, int widestLanes = 4);
 
   ~StreamedMeasures();
   StreamedMeasures(const StreamedMeasures&) = delete;
@@ -73,9 +74,15 @@ class StreamedMeasures {
 
   template <int kSplit>
   void advance(size_t place, size_t first, size_t count, std::span<const double* const> slotValues);
-  /// advance() for the instances at `place` and `place + 1` (of one kind) side by side.
+  /// advance() for kLanes instances (of one kind) from `place` on, side by side.
+  template <int kSplit, int kLanes>
+  void advanceLanes(size_t place, size_t first, size_t count,
+                    std::span<const double* const> slotValues);
   template <int kSplit>
   void advancePair(size_t place, size_t first, size_t count,
+                   std::span<const double* const> slotValues);
+  template <int kSplit>
+  void advanceQuad(size_t place, size_t first, size_t count,
                    std::span<const double* const> slotValues);
 
   StatisticsSettings settings_;
@@ -106,9 +113,9 @@ class StreamedMeasures {
   std::vector<StreamedInstance> ordered_;
   std::vector<State> states_;
   std::vector<size_t> placeOf_;
-  /// Units of work: the first place of each, and whether it is a pair.
+  /// Units of work: the first place of each, and how many instances it advances at once.
   std::vector<size_t> units_;
-  std::vector<bool> pairStarts_;
+  std::vector<uint8_t> unitLanes_;
 };
 
 }  // namespace analysis

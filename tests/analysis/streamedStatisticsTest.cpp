@@ -271,31 +271,35 @@ TEST(StreamedMeasures, GiveTheBitsOfTheGeneralKernels) {
       }
       instance.traits = random.traits();
     }
-    StreamedMeasures measures(settings, x, range, instances);
-    feedInChunks(measures, slots, random, trial % 3 == 0 ? 3 : 200);
+    // One instance at a time, two and four side by side (where the processor has them).
+    for (const int lanes : {1, 2, 4}) {
+      SCOPED_TRACE("lanes " + std::to_string(lanes));
+      StreamedMeasures measures(settings, x, range, instances, lanes);
+      feedInChunks(measures, slots, random, trial % 3 == 0 ? 3 : 200);
 
-    for (size_t k = 0; k < instances.size(); ++k) {
-      SCOPED_TRACE("instance " + std::to_string(k));
-      const StreamedInstance& instance = instances[k];
-      voltageData streamed = freshVoltageData();
-      const int streamedDirection = measures.finish(k, streamed);
-      voltageData expected = freshVoltageData();
-      int expectedDirection = -1;
-      const Samples y1(slots[static_cast<size_t>(std::max(instance.slot1, 0))]);
-      if (instance.kind == StreamedKind::kOneWaveform) {
-        expectedDirection =
-            analysis::detail::measureOneWaveform(KernelPath::kGeneral, settings, instance.traits,
-                                                 range, Samples(x), y1, instance.ref, expected);
-        if (instance.secondNodeAlone) {
-          expected.rawAvg = 0.0;
-          expected.peakValue = 0.0;
+      for (size_t k = 0; k < instances.size(); ++k) {
+        SCOPED_TRACE("instance " + std::to_string(k));
+        const StreamedInstance& instance = instances[k];
+        voltageData streamed = freshVoltageData();
+        const int streamedDirection = measures.finish(k, streamed);
+        voltageData expected = freshVoltageData();
+        int expectedDirection = -1;
+        const Samples y1(slots[static_cast<size_t>(std::max(instance.slot1, 0))]);
+        if (instance.kind == StreamedKind::kOneWaveform) {
+          expectedDirection =
+              analysis::detail::measureOneWaveform(KernelPath::kGeneral, settings, instance.traits,
+                                                   range, Samples(x), y1, instance.ref, expected);
+          if (instance.secondNodeAlone) {
+            expected.rawAvg = 0.0;
+            expected.peakValue = 0.0;
+          }
+        } else if (instance.kind == StreamedKind::kTwoWaveforms) {
+          expectedDirection = analysis::detail::measureTwoWaveforms(
+              KernelPath::kGeneral, settings, instance.traits, Samples(x), Samples(x), y1,
+              Samples(slots[static_cast<size_t>(instance.slot2)]), expected);
         }
-      } else if (instance.kind == StreamedKind::kTwoWaveforms) {
-        expectedDirection = analysis::detail::measureTwoWaveforms(
-            KernelPath::kGeneral, settings, instance.traits, Samples(x), Samples(x), y1,
-            Samples(slots[static_cast<size_t>(instance.slot2)]), expected);
+        EXPECT_EQ(differences(streamed, streamedDirection, expected, expectedDirection), "");
       }
-      EXPECT_EQ(differences(streamed, streamedDirection, expected, expectedDirection), "");
     }
   }
 }
