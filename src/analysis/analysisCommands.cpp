@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -12,6 +13,7 @@
 #include <new>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 
 #include "analysis/detail/sessionStatistics.h"
 #include "analysis/instanceMeasure.h"
@@ -239,19 +241,17 @@ std::unique_ptr<StreamedRun> streamRun(simdata::Dataset& dataset, std::vector<ze
   // Stream the signals in the dataset's own order (the order of its signal list), which is
   // the order the data holds them in: the chunks are then read and used front to back.
   {
-    std::vector<int> byPlace(slotSignals.size());
+    std::vector<std::pair<uintptr_t, int>> byPlace(slotSignals.size());
     for (size_t k = 0; k < byPlace.size(); ++k) {
-      byPlace[k] = static_cast<int>(k);
+      byPlace[k] = {reinterpret_cast<uintptr_t>(slotSignals[k]), static_cast<int>(k)};
     }
-    std::sort(byPlace.begin(), byPlace.end(), [&](int a, int b) {
-      return std::less<const simdata::Signal*>()(slotSignals[static_cast<size_t>(a)],
-                                                 slotSignals[static_cast<size_t>(b)]);
-    });
+    std::sort(byPlace.begin(), byPlace.end());
     std::vector<int> newSlot(slotSignals.size());
     std::vector<const simdata::Signal*> sorted(slotSignals.size());
     for (size_t k = 0; k < byPlace.size(); ++k) {
-      newSlot[static_cast<size_t>(byPlace[k])] = static_cast<int>(k);
-      sorted[k] = slotSignals[static_cast<size_t>(byPlace[k])];
+      const size_t slot = static_cast<size_t>(byPlace[k].second);
+      newSlot[slot] = static_cast<int>(k);
+      sorted[k] = slotSignals[slot];
     }
     slotSignals = std::move(sorted);
     for (analysis::StreamedInstance& measure : streamed) {
@@ -312,23 +312,29 @@ std::unique_ptr<StreamedRun> streamRun(simdata::Dataset& dataset, std::vector<ze
 }
 
 /// Stores the streamed measures of instances [first, end); returns the number that failed.
+/// Each instance's record is its own, so the records are finished on all threads.
 int storeStreamed(const analysis::StreamedMeasures& measures, int first, int end, int ignoreSign,
                   std::vector<zeInstance>& list) {
-  int failed = 0;
-  for (int i = std::max(first, 0); i < end; ++i) {
-    zeInstance& instance = list[static_cast<size_t>(i)];
-    if (!instance.valid) {
-      ++failed;
-      continue;
+  const size_t from = static_cast<size_t>(std::max(first, 0));
+  const size_t to = static_cast<size_t>(std::max(end, first));
+  support::ThreadPool::shared().parallelFor(to - from, 256, [&](size_t begin, size_t stop) {
+    for (size_t i = from + begin; i < from + stop; ++i) {
+      zeInstance& instance = list[i];
+      if (!instance.valid) {
+        continue;
+      }
+      InstanceOutcome outcome;
+      outcome.data = freshVoltageData();
+      outcome.acPulses = std::make_shared<PwcAcEDataList>();
+      outcome.data.acPulses = outcome.acPulses.get();
+      outcome.direction = measures.finish(i, outcome.data);
+      storeOutcome(std::move(outcome), ignoreSign, instance);
     }
-    InstanceOutcome outcome;
-    outcome.data = freshVoltageData();
-    outcome.acPulses = std::make_shared<PwcAcEDataList>();
-    outcome.data.acPulses = outcome.acPulses.get();
-    outcome.direction = measures.finish(static_cast<size_t>(i), outcome.data);
-    storeOutcome(std::move(outcome), ignoreSign, instance);
-  }
-  return failed;
+  });
+  return static_cast<int>(
+      std::count_if(list.begin() + static_cast<std::ptrdiff_t>(from),
+                    list.begin() + static_cast<std::ptrdiff_t>(to),
+                    [](const zeInstance& instance) { return !instance.valid; }));
 }
 
 /// Measures one instance of a batch from the batch's values (no session state: this runs on

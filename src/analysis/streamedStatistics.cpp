@@ -244,23 +244,25 @@ StreamedMeasures::StreamedMeasures(const StatisticsSettings& settings, std::vect
     visitContiguous_ = visitContiguous_ && visit_[j] != 0;
   }
 
-  std::vector<size_t> order;
+  // Sorted by kind, then signals, then position, through one packed key per instance (the
+  // comparisons then touch a compact array instead of the instances).
+  std::vector<std::pair<uint64_t, size_t>> keyed;
   for (size_t k = 0; k < instances_.size(); ++k) {
-    const StreamedKind kind = instances_[k].kind;
+    const StreamedInstance& instance = instances_[k];
     // A one-waveform loop over an empty range never runs.
-    if (kind == StreamedKind::kTwoWaveforms ||
-        (kind == StreamedKind::kOneWaveform && rangeMeasured_)) {
-      order.push_back(k);
+    if (instance.kind == StreamedKind::kTwoWaveforms ||
+        (instance.kind == StreamedKind::kOneWaveform && rangeMeasured_)) {
+      const uint64_t kind = static_cast<uint64_t>(instance.kind);
+      const uint64_t slot1 = static_cast<uint32_t>(instance.slot1);
+      const uint64_t slot2 = static_cast<uint32_t>(instance.slot2 + 1);
+      keyed.emplace_back(kind << 62 | (slot1 & 0x7fffffff) << 31 | (slot2 & 0x7fffffff), k);
     }
   }
-  std::sort(order.begin(), order.end(), [&](size_t a, size_t b) {
-    const StreamedInstance& x = instances_[a];
-    const StreamedInstance& y = instances_[b];
-    if (x.kind != y.kind) {
-      return x.kind < y.kind;
-    }
-    return x.slot1 != y.slot1 ? x.slot1 < y.slot1 : x.slot2 != y.slot2 ? x.slot2 < y.slot2 : a < b;
-  });
+  std::sort(keyed.begin(), keyed.end());
+  std::vector<size_t> order(keyed.size());
+  for (size_t place = 0; place < keyed.size(); ++place) {
+    order[place] = keyed[place].second;
+  }
   ordered_.reserve(order.size());
   for (size_t place = 0; place < order.size(); ++place) {
     placeOf_[order[place]] = place;
