@@ -17,7 +17,7 @@ using detail::ThresholdPulses;
 
 namespace {
 
-/// Units (one instance or a pair) advanced per piece of work handed to a thread.
+/// Units (one to four instances) advanced per piece of work handed to a thread.
 constexpr size_t kUnitsPerPiece = 128;
 
 /// Several instances side by side, one per vector lane: every operation of the loops below
@@ -182,11 +182,10 @@ PlainLoopState freshLoopState() {
 struct StreamedMeasures::State {
   State() : loop(freshLoopState()) {}
   PlainLoopState loop;
-  // The current point of the loop: raw value, difference, its magnitude and square.
+  // The current point of the loop: raw value and difference (its magnitude and square are
+  // worked out again from the difference: the same bits).
   double raw = 0.0;
   double d = 0.0;
-  double absD = 0.0;
-  double squareD = 0.0;
   bool started = false;
 };
 
@@ -287,104 +286,6 @@ StreamedMeasures::StreamedMeasures(const StatisticsSettings& settings, std::vect
 
 StreamedMeasures::~StreamedMeasures() = default;
 
-template <int kSplit>
-void StreamedMeasures::advance(size_t place, size_t first, size_t count,
-                               std::span<const double* const> slotValues) {
-  State& state = states_[place];
-  const StreamedInstance& instance = ordered_[place];
-  const size_t end = first + count;
-  // The loops of oneWaveformPlainLoop and sharedAxisPlainWalk (statistics.cpp), resumed at
-  // the chunk's first point with the running values held in locals.
-  PlainLoopState loop = state.loop;
-  double raw = state.raw;
-  double d = state.d;
-  double absD = state.absD;
-  double squareD = state.squareD;
-  const double* axis = axis_.data();
-  const double* dt = dt_.data();
-  const double* y1 = slotValues[static_cast<size_t>(instance.slot1)] - first;
-  if (instance.kind == StreamedKind::kOneWaveform) {
-    const size_t start = static_cast<size_t>(range_.start);
-    const double ref = instance.ref;
-    if (!state.started) {
-      if (start >= end) {
-        return;  // the range starts in a later chunk
-      }
-      raw = y1[start];
-      d = raw - ref;
-      absD = std::fabs(d);
-      squareD = d * d;
-      loop.observe(absD, raw, axis[start]);
-      state.started = true;
-    }
-    const size_t to = std::min(end, stepEnd_);
-    for (size_t j = std::max(first, start + 1); j < to; ++j) {
-      const double rawNext = y1[j];
-      const double dNext = rawNext - ref;
-      const double absNext = std::fabs(dNext);
-      const double squareNext = dNext * dNext;
-      loop.step<kSplit>(dt[j], raw, d, absD, squareD, rawNext, dNext, absNext, squareNext);
-      raw = rawNext;
-      d = dNext;
-      absD = absNext;
-      squareD = squareNext;
-      if (j < observeEnd_) {
-        loop.observe(absD, raw, axis[j]);
-      }
-    }
-  } else {
-    const double* y2 = slotValues[static_cast<size_t>(instance.slot2)] - first;
-    auto setCurrent = [&](size_t i) __attribute__((always_inline)) {
-      raw = y1[i];
-      d = raw - y2[i];
-      absD = std::fabs(d);
-      squareD = d * d;
-    };
-    if (!state.started) {
-      setCurrent(0);
-      state.started = true;
-    }
-    auto visit = [&](size_t j) __attribute__((always_inline)) {
-      const double rawNext = y1[j];
-      const double dNext = rawNext - y2[j];
-      const double absNext = std::fabs(dNext);
-      const double squareNext = dNext * dNext;
-      // The peak is tested at the left end of each step only.
-      loop.observe(absD, raw, axis[j - 1]);
-      loop.step<kSplit>(dt[j], raw, d, absD, squareD, rawNext, dNext, absNext, squareNext);
-      raw = rawNext;
-      d = dNext;
-      absD = absNext;
-      squareD = squareNext;
-    };
-    const size_t from = std::max<size_t>(first, 1);
-    const size_t to = std::min(end, walkEnd_);
-    if (visitContiguous_) {
-      // Steps before the window only move the current point on.
-      const size_t skipTo = std::min(to, visitFrom_);
-      if (from < skipTo) {
-        setCurrent(skipTo - 1);
-      }
-      for (size_t j = std::max(from, visitFrom_); j < to; ++j) {
-        visit(j);
-      }
-    } else {
-      for (size_t j = from; j < to; ++j) {
-        if (visit_[j]) {
-          visit(j);
-        } else {
-          setCurrent(j);
-        }
-      }
-    }
-  }
-  state.loop = loop;
-  state.raw = raw;
-  state.d = d;
-  state.absD = absD;
-  state.squareD = squareD;
-}
-
 template <int kSplit, int kLanes>
 KRA2_LANE_INLINE void StreamedMeasures::advanceLanes(size_t place, size_t first, size_t count,
                                                      std::span<const double* const> slotValues) {
@@ -410,9 +311,9 @@ KRA2_LANE_INLINE void StreamedMeasures::advanceLanes(size_t place, size_t first,
     d[lane] = state.d;
   }
   const size_t end = first + count;
-  // advance() for kLanes instances of the same kind, one per lane.
+  // The loops of oneWaveformPlainLoop and sharedAxisPlainWalk (statistics.cpp), resumed at
+  // the chunk's first point, one instance per lane.
   LaneLoopState<kLanes> loop(loops);
-  V absD;
   bool started = states[0]->started;
   if (ordered_[place].kind == StreamedKind::kOneWaveform) {
     const size_t start = static_cast<size_t>(range_.start);
@@ -422,8 +323,7 @@ KRA2_LANE_INLINE void StreamedMeasures::advanceLanes(size_t place, size_t first,
       }
       raw = gather<kLanes>(y1, start);
       d = raw - ref;
-      absD = magnitude<kLanes>(d);
-      loop.observe(absD, raw, axis_[start]);
+      loop.observe(magnitude<kLanes>(d), raw, axis_[start]);
       started = true;
     }
     const size_t to = std::min(end, stepEnd_);
@@ -482,17 +382,19 @@ KRA2_LANE_INLINE void StreamedMeasures::advanceLanes(size_t place, size_t first,
       }
     }
   }
-  absD = magnitude<kLanes>(d);
-  const V squareD = d * d;
   loop.store();
   for (int lane = 0; lane < kLanes; ++lane) {
     State& state = *states[lane];
     state.raw = raw[lane];
     state.d = d[lane];
-    state.absD = absD[lane];
-    state.squareD = squareD[lane];
     state.started = started;
   }
+}
+
+template <int kSplit>
+void StreamedMeasures::advance(size_t place, size_t first, size_t count,
+                               std::span<const double* const> slotValues) {
+  advanceLanes<kSplit, 1>(place, first, count, slotValues);
 }
 
 template <int kSplit>

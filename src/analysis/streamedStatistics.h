@@ -72,12 +72,13 @@ class StreamedMeasures {
   /// The loop state of one instance between chunks (defined with the loops).
   struct State;
 
-  template <int kSplit>
-  void advance(size_t place, size_t first, size_t count, std::span<const double* const> slotValues);
-  /// advance() for kLanes instances (of one kind) from `place` on, side by side.
+  /// Advances the kLanes instances (of one kind) from `place` on over the chunk's points,
+  /// side by side; the one-, two- and four-lane functions below are its instances.
   template <int kSplit, int kLanes>
   void advanceLanes(size_t place, size_t first, size_t count,
                     std::span<const double* const> slotValues);
+  template <int kSplit>
+  void advance(size_t place, size_t first, size_t count, std::span<const double* const> slotValues);
   template <int kSplit>
   void advancePair(size_t place, size_t first, size_t count,
                    std::span<const double* const> slotValues);
