@@ -5,9 +5,6 @@
 //
 //   kra2_db_roundtrip_bench [records ...]   (default: 100000 1000000)
 
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/wait.h>
 
 #include <charconv>
 #include <cstdio>
@@ -19,58 +16,13 @@
 #include <string>
 #include <vector>
 
-extern char** environ;
+#include "childRun.h"
 
 namespace {
 
-struct Run {
-  double seconds = 0.0;
-  double peakMB = 0.0;
-  int status = -1;
-};
-
-/// Runs a program under /usr/bin/time, which forks it from a small process, so the peak
-/// memory is the program's own and not inherited from this one's. Standard output goes to
-/// `outPath` (or is discarded).
-Run runChild(const std::vector<std::string>& argv, const std::string& outPath,
-             const std::string& dir) {
-  const std::string timing = dir + "/timing.txt";
-  std::vector<std::string> full = {"/usr/bin/time", "-f", "%e %M", "-o", timing};
-  full.insert(full.end(), argv.begin(), argv.end());
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 1, outPath.empty() ? "/dev/null" : outPath.c_str(),
-                                   O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  std::vector<char*> args;
-  for (const std::string& arg : full) {
-    args.push_back(const_cast<char*>(arg.c_str()));
-  }
-  args.push_back(nullptr);
-  Run run;
-  pid_t pid = 0;
-  if (posix_spawn(&pid, args[0], &actions, nullptr, args.data(), environ) != 0) {
-    std::perror(args[0]);
-    return run;
-  }
-  int status = 0;
-  waitpid(pid, &status, 0);
-  posix_spawn_file_actions_destroy(&actions);
-  run.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128;
-  double kilobytes = 0.0;
-  if (std::FILE* file = std::fopen(timing.c_str(), "r")) {
-    if (std::fscanf(file, "%lf %lf", &run.seconds, &kilobytes) != 2) {
-      run.status = 127;
-    }
-    std::fclose(file);
-  }
-  run.peakMB = kilobytes / 1024.0;
-  return run;
-}
-
-void appendShortest(std::string& out, double value) {
-  char text[64];
-  out.append(text, std::to_chars(text, text + sizeof text, value).ptr);
-}
+using bench::ChildRun;
+using bench::runChild;
+using bench::appendShortest;
 
 struct Record {
   std::string name;
@@ -125,10 +77,10 @@ bool benchmark(long records, const std::string& dir) {
     std::ofstream(irFile, std::ios::binary) << input;
   }
 
-  const Run write = runChild({KRA2DB_PATH, "write", "-q", db, "--ir", irFile}, "", dir);
-  const Run dump = runChild({KRA2DB_PATH, "dump", db}, dir + "/dump.txt", dir);
+  const ChildRun write = runChild({KRA2DB_PATH, "write", "-q", db, "--ir", irFile}, dir);
+  const ChildRun dump = runChild({KRA2DB_PATH, "dump", db}, dir, dir + "/dump.txt");
   std::ofstream(dir + "/cmd") << "readMuroDBIR " << db << " " << dir << "/listing.txt\n";
-  const Run list = runChild({KRA2_PATH, "-cmd", dir + "/cmd", "-log", dir + "/kra2.log"}, "", dir);
+  const ChildRun list = runChild({KRA2_PATH, "-cmd", dir + "/cmd", "-log", dir + "/kra2.log"}, dir);
 
   // The dump is the header part and then exactly the input's records.
   std::ifstream dumped(dir + "/dump.txt", std::ios::binary);

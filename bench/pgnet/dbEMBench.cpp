@@ -11,9 +11,6 @@
 // --keep leaves the inputs (em.db, names.txt, nets.txt, cmd) in the folder it names, for
 // profiling kra2 on them.
 
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/wait.h>
 
 #include <algorithm>
 #include <cmath>
@@ -29,55 +26,13 @@
 #include <utility>
 #include <vector>
 
-extern char** environ;
+#include "childRun.h"
 
 namespace {
 
-struct Run {
-  double seconds = 0.0;
-  double peakMB = 0.0;
-  int status = -1;
-};
-
-/// Runs a program under /usr/bin/time (which forks it from a small process, so the peak
-/// memory is the program's own); standard output is discarded.
-Run runChild(const std::vector<std::string>& argv, const std::string& dir) {
-  const std::string timing = dir + "/timing.txt";
-  std::vector<std::string> full = {"/usr/bin/time", "-f", "%e %M", "-o", timing};
-  full.insert(full.end(), argv.begin(), argv.end());
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-  std::vector<char*> args;
-  for (const std::string& arg : full) {
-    args.push_back(const_cast<char*>(arg.c_str()));
-  }
-  args.push_back(nullptr);
-  Run run;
-  pid_t pid = 0;
-  if (posix_spawn(&pid, args[0], &actions, nullptr, args.data(), environ) != 0) {
-    std::perror(args[0]);
-    return run;
-  }
-  int status = 0;
-  waitpid(pid, &status, 0);
-  posix_spawn_file_actions_destroy(&actions);
-  run.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128;
-  double kilobytes = 0.0;
-  if (std::FILE* file = std::fopen(timing.c_str(), "r")) {
-    if (std::fscanf(file, "%lf %lf", &run.seconds, &kilobytes) != 2) {
-      run.status = 127;
-    }
-    std::fclose(file);
-  }
-  run.peakMB = kilobytes / 1024.0;
-  return run;
-}
-
-void appendShortest(std::string& out, double value) {
-  char text[64];
-  out.append(text, std::to_chars(text, text + sizeof text, value).ptr);
-}
+using bench::ChildRun;
+using bench::runChild;
+using bench::appendShortest;
 
 void appendG(std::string& out, double value) {
   char text[64];
@@ -199,7 +154,7 @@ bool benchmark(long count, const std::string& dir) {
   };
 
   const std::string db = dir + "/em.db";
-  const Run write = runChild({KRA2DB_PATH, "write", "-q", db, "--em", dir + "/em.tsv"}, dir);
+  const ChildRun write = runChild({KRA2DB_PATH, "write", "-q", db, "--em", dir + "/em.tsv"}, dir);
   std::printf("%9ld resistors, %ld flagged; database %.1f MB (kra2db write %.2f s)\n", count,
               (count + 9) / 10, static_cast<double>(std::filesystem::file_size(db)) / 1e6,
               write.seconds);
@@ -209,7 +164,7 @@ bool benchmark(long count, const std::string& dir) {
     std::ofstream(dir + "/cmd") << (directions ? "evalCurrentDirection\n" : "")
                                 << "readMuroDBEM " << db << " " << out << " " << dir
                                 << (directions ? "/nets.txt" : "/names.txt") << " p top\n";
-    const Run run = runChild({KRA2_PATH, "-cmd", dir + "/cmd", "-log", dir + "/kra2.log"}, dir);
+    const ChildRun run = runChild({KRA2_PATH, "-cmd", dir + "/cmd", "-log", dir + "/kra2.log"}, dir);
     const bool same = run.status == 0 && readFile(out) == listing(directions);
     std::printf("  readMuroDBEM %-26s %7.2f s  peak %7.1f MB  listing %s\n",
                 directions ? "with nets and directions" : "names only", run.seconds, run.peakMB,

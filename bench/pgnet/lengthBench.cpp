@@ -7,9 +7,6 @@
 //
 //   kra2_pgnet_length_bench [stripPieces [meshSize]]   (default: 600000 400)
 
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/wait.h>
 
 #include <algorithm>
 #include <chrono>
@@ -21,51 +18,14 @@
 #include <utility>
 #include <vector>
 
-#include "pgnet/network.h"
+#include "childRun.h"
 
-extern char** environ;
+#include "pgnet/network.h"
 
 namespace {
 
-struct Run {
-  double seconds = 0.0;
-  double peakMB = 0.0;
-  int status = -1;
-};
-
-// Runs a program under /usr/bin/time so that the peak memory is the program's own.
-Run runChild(const std::vector<std::string>& argv, const std::string& dir) {
-  const std::string timing = dir + "/timing.txt";
-  std::vector<std::string> full = {"/usr/bin/time", "-f", "%e %M", "-o", timing};
-  full.insert(full.end(), argv.begin(), argv.end());
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-  std::vector<char*> args;
-  for (const std::string& arg : full) {
-    args.push_back(const_cast<char*>(arg.c_str()));
-  }
-  args.push_back(nullptr);
-  Run run;
-  pid_t pid = 0;
-  if (posix_spawn(&pid, args[0], &actions, nullptr, args.data(), environ) != 0) {
-    std::perror(args[0]);
-    return run;
-  }
-  int status = 0;
-  waitpid(pid, &status, 0);
-  posix_spawn_file_actions_destroy(&actions);
-  run.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128;
-  double kilobytes = 0.0;
-  if (std::FILE* file = std::fopen(timing.c_str(), "r")) {
-    if (std::fscanf(file, "%lf %lf", &run.seconds, &kilobytes) != 2) {
-      run.status = 127;
-    }
-    std::fclose(file);
-  }
-  run.peakMB = kilobytes / 1024.0;
-  return run;
-}
+using bench::ChildRun;
+using bench::runChild;
 
 std::string number(double value) {
   char text[64];
@@ -176,7 +136,7 @@ bool benchmark(long stripPieces, long mesh, const std::string& dir) {
   std::ofstream(dir + "/cmd") << "setLayersStack V23 M3 M2\nevalCurrentDirection\n"
                               << "lengthDataInput " << input << "\nlengthDataOutput " << dir
                               << "/grid.out\ncalculateLength\n";
-  const Run run = runChild({KRA2_PATH, "-cmd", dir + "/cmd", "-log", dir + "/kra2.log"}, dir);
+  const ChildRun run = runChild({KRA2_PATH, "-cmd", dir + "/cmd", "-log", dir + "/kra2.log"}, dir);
   std::ifstream produced(dir + "/grid.out", std::ios::binary);
   const std::string output((std::istreambuf_iterator<char>(produced)),
                            std::istreambuf_iterator<char>());
