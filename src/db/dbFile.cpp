@@ -366,6 +366,17 @@ void kraDBFile::addEM(const std::string& name, double rms, double avg, double pe
   putScrambled(tail, sizeof tail);
 }
 
+bool kraDBFile::readRecord(eKRADBType type, std::string& name, uint8_t* tail, size_t tailBytes) {
+  if (!initRDBlock(type)) {
+    return false;
+  }
+  const int64_t start = in_.tell();
+  getS(name);
+  getScrambled(tail, tailBytes);
+  checkRecordEnd(start);
+  return true;
+}
+
 bool kraDBFile::readNextIR(IRRecord& out) {
   if (legacy_) {
     std::unique_ptr<IRRecord> record = legacy_->getNextIR();
@@ -374,14 +385,10 @@ bool kraDBFile::readNextIR(IRRecord& out) {
     }
     return record != nullptr;
   }
-  if (!initRDBlock(eIR)) {
+  uint8_t tail[kRecordTail];
+  if (!readRecord(eIR, out.name, tail, sizeof tail)) {
     return false;
   }
-  const int64_t start = in_.tell();
-  getS(out.name);
-  uint8_t tail[kRecordTail];
-  getScrambled(tail, sizeof tail);
-  checkRecordEnd(start);
   out.rms = doubleAt(tail);
   out.avg = doubleAt(tail + 8);
   out.peak = doubleAt(tail + 16);
@@ -400,14 +407,10 @@ bool kraDBFile::readNextEM(kraDBEMNode& out) {
     }
     return record != nullptr;
   }
-  if (!initRDBlock(eEM)) {
+  uint8_t tail[kEMRecordTail];
+  if (!readRecord(eEM, out.name, tail, sizeof tail)) {
     return false;
   }
-  const int64_t start = in_.tell();
-  getS(out.name);
-  uint8_t tail[kEMRecordTail];
-  getScrambled(tail, sizeof tail);
-  checkRecordEnd(start);
   out.rms = doubleAt(tail);
   out.avg = doubleAt(tail + 8);
   out.peak = doubleAt(tail + 16);

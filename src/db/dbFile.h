@@ -128,6 +128,9 @@ class kraDBFile {
   void noteDamage(const std::string& detail);
   /// Notes a record of the current type that the end of the file cut short.
   void checkRecordEnd(int64_t recordStart);
+  /// Reads the next record of a `type` block: its name and its unscrambled fixed-size tail.
+  /// False at the end of the block.
+  bool readRecord(eKRADBType type, std::string& name, uint8_t* tail, size_t tailBytes);
 
   ByteWriter out_;
   ByteReader in_;
