@@ -30,8 +30,6 @@ namespace {
 /// Instances handled per batch: bounds the signals read and held at once.
 constexpr int kBatchSize = 5000;
 
-constexpr const char* kMustOpen = "%s: Must open simulation data directory first (openSimData)\n";
-constexpr const char* kMustSelect = "%s: Must select analysis first (selectAnalysis)\n";
 
 /// Prefix of a second node name that stands for a fixed value ("#@#v1.2").
 constexpr std::string_view kFixedValuePrefix = "#@#v";
@@ -399,12 +397,7 @@ int zeAnalyzeNetlist::processRunCmd(const ArgList* args, int ignoreSign) {
   startTime = std::strtod(argAt(args, 0), nullptr);
   // So that a sample exactly at the stop time is inside the window.
   stopTime = std::strtod(argAt(args, 1), nullptr) + 1e-12;
-  if (!resultsDir) {
-    logMsg(kError, true, kMustOpen, kProgramName);
-    return 1;
-  }
-  if (analysis == nullptr) {
-    logMsg(kError, true, kMustSelect, kProgramName);
+  if (!analysisSelected()) {
     return 1;
   }
 
@@ -563,12 +556,7 @@ int zeAnalyzeNetlist::processSaveResultsCmd(const ArgList* args, std::vector<zeI
       return 1;
     }
   }
-  if (!resultsDir) {
-    logMsg(kError, true, kMustOpen, kProgramName);
-    return 1;
-  }
-  if (analysis == nullptr) {
-    logMsg(kError, true, kMustSelect, kProgramName);
+  if (!analysisSelected()) {
     return 1;
   }
   if (!instances.loaded) {

@@ -175,6 +175,9 @@ class zeAnalyzeNetlist {
 
  private:
   void runCommand(const char* word);
+  /// Whether results are open and an analysis selected; logs the error that says which is
+  /// missing otherwise.
+  bool analysisSelected();
 
   char line_[4096] = {};
   char commandWord_[2048] = {};

@@ -54,6 +54,18 @@ bool findTemperature(const simdata::ResultsDir& dir, double& temperature) {
 
 }  // namespace
 
+bool zeAnalyzeNetlist::analysisSelected() {
+  if (!resultsDir) {
+    logMsg(kError, true, kMustOpen, kProgramName);
+    return false;
+  }
+  if (analysis == nullptr) {
+    logMsg(kError, true, kMustSelect, kProgramName);
+    return false;
+  }
+  return true;
+}
+
 int zeAnalyzeNetlist::processOpenSimDataCmd(const ArgList* args) {
   simdata::resetError();
   const char* path = argAt(args, 0);
@@ -140,12 +152,7 @@ int zeAnalyzeNetlist::processDisplayAnalysisCmd(const ArgList*) {
 
 int zeAnalyzeNetlist::processDisplaySignalCmd(const ArgList* args) {
   simdata::resetError();
-  if (!resultsDir) {
-    logMsg(kError, true, kMustOpen, kProgramName);
-    return 1;
-  }
-  if (analysis == nullptr) {
-    logMsg(kError, true, kMustSelect, kProgramName);
+  if (!analysisSelected()) {
     return 1;
   }
   const simdata::SignalList* signals = analysis->signals();
@@ -248,12 +255,7 @@ int zeAnalyzeNetlist::processCreateNetlistCmd(const ArgList* args) {
     logMsg(kError, true, "%s: Unable to create netlist file %s.\n", kProgramName, fileName);
     return 1;
   }
-  if (!resultsDir) {
-    logMsg(kError, true, kMustOpen, kProgramName);
-    return 1;
-  }
-  if (analysis == nullptr) {
-    logMsg(kError, true, kMustSelect, kProgramName);
+  if (!analysisSelected()) {
     return 1;
   }
   const simdata::SignalList* signals = analysis->signals();
