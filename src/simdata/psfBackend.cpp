@@ -154,22 +154,6 @@ class PsfDataset : public Dataset {
   mutable std::optional<Sweep> sweep_;
 };
 
-class PsfResultsDir : public ResultsDir {
- public:
-  explicit PsfResultsDir(std::string name) : name_(std::move(name)) {}
-  void add(std::unique_ptr<PsfDataset> dataset) {
-    array_.add(dataset.get());
-    datasets_.push_back(std::move(dataset));
-  }
-  const char* name() const override { return name_.c_str(); }
-  const DatasetArray* datasets() const override { return &array_; }
-
- private:
-  std::string name_;
-  std::vector<std::unique_ptr<PsfDataset>> datasets_;
-  DatasetArray array_;
-};
-
 /// Reads a whole PSF ASCII file; null with `error` set when it cannot be read.
 std::shared_ptr<const psf::PsfData> readPsfFile(const std::string& path, std::string& error) {
   MappedFile map;
@@ -255,7 +239,7 @@ std::unique_ptr<ResultsDir> openFolder(const std::string& path) {
     setLastError(psf::kPsfErrorCode, error);
     return nullptr;
   }
-  auto dir = std::make_unique<PsfResultsDir>(path);
+  auto dir = std::make_unique<OwningResultsDir>(path);
   std::set<std::string> used;
   std::vector<std::string> skipped;
   for (const IndexEntry& entry : entries) {
@@ -351,7 +335,7 @@ std::unique_ptr<ResultsDir> PsfBackend::open(const std::string& path) const {
     setLastError(psf::kPsfErrorCode, message);
     return nullptr;
   }
-  auto dir = std::make_unique<PsfResultsDir>(path);
+  auto dir = std::make_unique<OwningResultsDir>(path);
   std::string type = analysisTypeOf(*data, fileName);
   dir->add(std::make_unique<PsfDataset>(std::move(data), psf::datasetNameOfFile(fileName),
                                         std::move(type), path));

@@ -473,22 +473,6 @@ class RawDataset : public Dataset {
   mutable std::optional<Sweep> sweep_;
 };
 
-class RawResultsDir : public ResultsDir {
- public:
-  explicit RawResultsDir(std::string name) : name_(std::move(name)) {}
-  void add(std::unique_ptr<RawDataset> dataset) {
-    array_.add(dataset.get());
-    datasets_.push_back(std::move(dataset));
-  }
-  const char* name() const override { return name_.c_str(); }
-  const DatasetArray* datasets() const override { return &array_; }
-
- private:
-  std::string name_;
-  std::vector<std::unique_ptr<RawDataset>> datasets_;
-  DatasetArray array_;
-};
-
 bool hasRawExtension(const fs::path& path) {
   const std::string extension = path.extension().string();
   return extension.size() == 4 && extension[0] == '.' &&
@@ -561,7 +545,7 @@ std::unique_ptr<ResultsDir> RawBackend::open(const std::string& path) const {
   } else {
     files.push_back(path);
   }
-  auto dir = std::make_unique<RawResultsDir>(path);
+  auto dir = std::make_unique<OwningResultsDir>(path);
   std::map<std::string, int> seen;
   std::string warnings;
   for (const std::string& name : files) {

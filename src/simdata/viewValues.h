@@ -8,6 +8,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -98,5 +99,22 @@ class ViewValue : public Value {
 
 /// The base units of a quantity from its type word ("time" -> "s", "voltage" -> "V", ...).
 const char* unitsOfTypeWord(std::string_view type);
+
+/// A results directory that owns its datasets and lists them in the order they were added.
+class OwningResultsDir : public ResultsDir {
+ public:
+  explicit OwningResultsDir(std::string name) : name_(std::move(name)) {}
+  void add(std::unique_ptr<Dataset> dataset) {
+    array_.add(dataset.get());
+    datasets_.push_back(std::move(dataset));
+  }
+  const char* name() const override { return name_.c_str(); }
+  const DatasetArray* datasets() const override { return &array_; }
+
+ private:
+  std::string name_;
+  std::vector<std::unique_ptr<Dataset>> datasets_;
+  DatasetArray array_;
+};
 
 }  // namespace simdata
