@@ -199,30 +199,18 @@ TEST(FastLoops, SharedAxisEqualsTheSameAxisWalkedAsTwo) {
 }
 
 TEST(StreamedMeasures, OnlyThePlainModesStream) {
-  struct Case {
-    const char* name;
-    StatisticsSettings settings;
-    bool streams;
-  };
-  std::vector<Case> cases(5);
-  cases[0] = {"plain", {}, true};
-  cases[1] = {"AC area over peak", {}, true};
-  cases[1].settings.acAnalysis = true;
-  cases[2] = {"AC half-peak pulses", {}, false};
-  cases[2].settings.acAnalysis = true;
-  cases[2].settings.acPeakMethod = analysis::AcPeakMethod::kHalfPeakPulses;
-  cases[3] = {"duration pulses", {}, false};
-  cases[3].settings.durationTime = 1e-9;
-  cases[4] = {"AC threshold pulses", {}, false};
-  cases[4].settings.acPulseThreshold = 0.5;
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    EXPECT_EQ(analysis::streamable(c.settings), c.streams);
+  using analysis::AcPeakMethod;
+  const std::pair<StatisticsSettings, bool> cases[] = {
+      {{}, true},
+      {{.acAnalysis = true}, true},
+      {{.acPeakMethod = AcPeakMethod::kHalfPeakPulses}, true},  // matters only with AC on
+      {{.acAnalysis = true, .acPeakMethod = AcPeakMethod::kHalfPeakPulses}, false},
+      {{.durationTime = 1e-9}, false},
+      {{.acPulseThreshold = 0.5}, false}};
+  for (size_t i = 0; i < std::size(cases); ++i) {
+    SCOPED_TRACE(i);
+    EXPECT_EQ(analysis::streamable(cases[i].first), cases[i].second);
   }
-  // The half-peak method matters only with AC analysis on.
-  StatisticsSettings halfPeakOff;
-  halfPeakOff.acPeakMethod = analysis::AcPeakMethod::kHalfPeakPulses;
-  EXPECT_TRUE(analysis::streamable(halfPeakOff));
 }
 
 /// Feeds the slots to the measures in chunks of random sizes.
@@ -326,23 +314,24 @@ TEST(StreamedMeasures, WindowsAndRangesAtTheEdges) {
       {"range beyond the data", 0.0, 10.0, {3, INT_MAX}},
       {"empty range", 0.0, 10.0, {4, 3}},
   };
+  // y1 - y2, y1 against 0.25, and y2 alone as the second node.
+  std::vector<StreamedInstance> instances(3);
+  instances[0] = {.kind = StreamedKind::kTwoWaveforms, .slot1 = 0, .slot2 = 1};
+  instances[1] = {.kind = StreamedKind::kOneWaveform, .slot1 = 0, .ref = 0.25};
+  instances[2] = {.kind = StreamedKind::kOneWaveform, .slot1 = 1, .secondNodeAlone = true};
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
-    StatisticsSettings settings;
-    settings.startTime = c.start;
-    settings.stopTime = c.stop;
-    settings.ignoreSign = 2;
-    settings.acAnalysis = true;
-    std::vector<StreamedInstance> instances(3);
-    instances[0].kind = StreamedKind::kTwoWaveforms;
-    instances[0].slot1 = 0;
-    instances[0].slot2 = 1;
-    instances[1].kind = StreamedKind::kOneWaveform;
-    instances[1].slot1 = 0;
-    instances[1].ref = 0.25;
-    instances[2].kind = StreamedKind::kOneWaveform;
-    instances[2].slot1 = 1;
-    instances[2].secondNodeAlone = true;
+    const StatisticsSettings settings{
+        .startTime = c.start, .stopTime = c.stop, .ignoreSign = 2, .acAnalysis = true};
+    voltageData expected[3] = {freshVoltageData(), freshVoltageData(), freshVoltageData()};
+    const int directions[3] = {analysis::measureTwoWaveforms(settings, {}, Samples(x), Samples(x),
+                                                             Samples(y1), Samples(y2), expected[0]),
+                               analysis::measureOneWaveform(settings, {}, c.range, Samples(x),
+                                                            Samples(y1), 0.25, expected[1]),
+                               analysis::measureOneWaveform(settings, {}, c.range, Samples(x),
+                                                            Samples(y2), 0.0, expected[2])};
+    expected[2].rawAvg = 0.0;
+    expected[2].peakValue = 0.0;
     for (int chunk = 1; chunk <= 7; ++chunk) {
       SCOPED_TRACE("chunks of " + std::to_string(chunk));
       StreamedMeasures measures(settings, x, c.range, instances);
@@ -351,37 +340,13 @@ TEST(StreamedMeasures, WindowsAndRangesAtTheEdges) {
         const double* values[] = {y1.data() + first, y2.data() + first};
         measures.feed(first, count, values);
       }
-      voltageData expected = freshVoltageData();
-      int direction = analysis::measureTwoWaveforms(settings, {}, Samples(x), Samples(x),
-                                                    Samples(y1), Samples(y2), expected);
-      voltageData streamed = freshVoltageData();
-      EXPECT_EQ(differences(streamed, measures.finish(0, streamed), expected, direction), "");
-      expected = freshVoltageData();
-      direction = analysis::measureOneWaveform(settings, {}, c.range, Samples(x), Samples(y1), 0.25,
-                                               expected);
-      streamed = freshVoltageData();
-      EXPECT_EQ(differences(streamed, measures.finish(1, streamed), expected, direction), "");
-      expected = freshVoltageData();
-      direction = analysis::measureOneWaveform(settings, {}, c.range, Samples(x), Samples(y2), 0.0,
-                                               expected);
-      expected.rawAvg = 0.0;
-      expected.peakValue = 0.0;
-      streamed = freshVoltageData();
-      EXPECT_EQ(differences(streamed, measures.finish(2, streamed), expected, direction), "");
+      for (size_t k = 0; k < 3; ++k) {
+        voltageData streamed = freshVoltageData();
+        const int direction = measures.finish(k, streamed);
+        EXPECT_EQ(differences(streamed, direction, expected[k], directions[k]), "") << k;
+      }
     }
   }
-}
-
-TEST(StreamedMeasures, AnInstanceWithNothingToMeasureKeepsItsFreshRecord) {
-  const std::vector<double> x = {0.0, 1.0};
-  std::vector<StreamedInstance> instances(1);
-  StreamedMeasures measures({}, x, {0, 1}, instances);
-  const double values[] = {5.0, 6.0};
-  const double* slots[] = {values};
-  measures.feed(0, 2, slots);
-  voltageData out = freshVoltageData();
-  EXPECT_EQ(measures.finish(0, out), -1);
-  EXPECT_EQ(differences(out, -1, freshVoltageData(), -1), "");
 }
 
 }  // namespace

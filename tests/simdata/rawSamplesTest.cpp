@@ -59,36 +59,43 @@ int variableIndex(const Plot& plot, const std::string& name) {
   return 0;
 }
 
-struct Listing {
-  const char* file;
-  /// Per dataset: name, signal count, point count.
-  std::vector<std::tuple<std::string, int, int>> datasets;
-  bool warns = false;
-};
+/// Expects every variable of two plots of one run (text and binary forms, or two layouts)
+/// to agree within `relative` (plus `absolute`) at every `step`-th point.
+void expectSameColumns(const RawFile& a, const RawFile& b, double relative, double absolute,
+                       size_t step = 1) {
+  const Plot& pa = a.plots().at(0);
+  const Plot& pb = b.plots().at(0);
+  ASSERT_EQ(pa.variableCount(), pb.variableCount());
+  for (int v = 0; v < pa.variableCount(); ++v) {
+    const std::vector<double> x = column(a, pa, v);
+    const std::vector<double> y = column(b, pb, v);
+    ASSERT_EQ(x.size(), y.size());
+    for (size_t p = 0; p < x.size(); p += step) {
+      ASSERT_NEAR(x[p], y[p], relative * std::fabs(y[p]) + absolute) << v << " " << p;
+    }
+  }
+}
 
-// The plots, variables and points each sample's description lists.
+// The plots, variables and points each sample's description lists. A "*" in a name stands
+// for both forms, "ascii" and "bin".
 TEST(RawSamples, EverySampleOpensWithItsDatasets) {
   REQUIRE_SAMPLES();
+  struct Listing {
+    const char* file;
+    std::vector<std::tuple<std::string, int, int>> datasets;  // name, signals, points
+    bool warns = false;
+  };
   const Listing listings[] = {
-      {"ngspice/pgmesh_tran.ascii.raw", {{"tran", 19, 156}}},
-      {"ngspice/pgmesh_tran.bin.raw", {{"tran", 19, 156}}},
-      {"ngspice/pgmesh_op.ascii.raw", {{"op", 18, 1}}},
-      {"ngspice/pgmesh_op.bin.raw", {{"op", 18, 1}}},
-      {"ngspice/pgmesh_batch.ascii.raw", {{"dc", 19, 5}, {"op", 18, 1}, {"tran", 19, 156}}},
-      {"ngspice/pgmesh_batch.bin.raw", {{"dc", 19, 5}, {"op", 18, 1}, {"tran", 19, 156}}},
+      {"ngspice/pgmesh_tran.*.raw", {{"tran", 19, 156}}},
+      {"ngspice/pgmesh_op.*.raw", {{"op", 18, 1}}},
+      {"ngspice/pgmesh_batch.*.raw", {{"dc", 19, 5}, {"op", 18, 1}, {"tran", 19, 156}}},
       {"ngspice/pgmesh_op_savecurrents.ascii.raw", {{"op", 65, 1}}},
-      {"ngspice/pgmesh_steps.ascii.raw", {{"tran", 5, 83}, {"tran2", 5, 83}}},
-      {"ngspice/pgmesh_steps.bin.raw", {{"tran", 5, 83}, {"tran2", 5, 83}}},
-      {"ngspice/spicelib/dc_ngspice.ascii.raw", {{"dc", 3, 6}}},
-      {"ngspice/spicelib/dc_ngspice.bin.raw", {{"dc", 3, 6}}},
-      {"ngspice/spicelib/dc_c_ngspice.ascii.raw", {{"dc", 4, 6}}},
-      {"ngspice/spicelib/dc_c_ngspice.bin.raw", {{"dc", 4, 6}}},
-      {"ngspice/spicelib/op_multi_ngspice.ascii.raw", {{"op", 3, 1}, {"op2", 3, 1}, {"op3", 3, 1}}},
-      {"ngspice/spicelib/op_multi_ngspice.bin.raw", {{"op", 3, 1}, {"op2", 3, 1}, {"op3", 3, 1}}},
-      {"ngspice/spicelib/ac_ngspice.ascii.raw", {{"ac", 4, 51}}},
-      {"ngspice/spicelib/ac_ngspice.bin.raw", {{"ac", 4, 51}}},
-      {"ngspice/spicelib/noise_multi.ascii.raw", {{"noise", 3, 401}, {"noise2", 2, 1}}},
-      {"ngspice/spicelib/noise_multi.bin.raw", {{"noise", 3, 401}, {"noise2", 2, 1}}},
+      {"ngspice/pgmesh_steps.*.raw", {{"tran", 5, 83}, {"tran2", 5, 83}}},
+      {"ngspice/spicelib/dc_ngspice.*.raw", {{"dc", 3, 6}}},
+      {"ngspice/spicelib/dc_c_ngspice.*.raw", {{"dc", 4, 6}}},
+      {"ngspice/spicelib/op_multi_ngspice.*.raw", {{"op", 3, 1}, {"op2", 3, 1}, {"op3", 3, 1}}},
+      {"ngspice/spicelib/ac_ngspice.*.raw", {{"ac", 4, 51}}},
+      {"ngspice/spicelib/noise_multi.*.raw", {{"noise", 3, 401}, {"noise2", 2, 1}}},
       {"ltspice/spicelib/TRAN.raw", {{"tran", 6, 23}}},
       {"ltspice/spicelib/TRAN.op.raw", {{"op", 5, 1}}},
       {"ltspice/spicelib/TRAN-STEP.raw", {{"tran", 6, 120}}},
@@ -100,36 +107,39 @@ TEST(RawSamples, EverySampleOpensWithItsDatasets) {
       {"ltspice/spicelib/Batch_Test_1.raw", {{"tran", 16, 527}}},
       {"ltspice/spicelib/tran_ltspice.bin.raw", {{"tran", 6, 21}}},
       {"ltspice/spicelib/tran_ltspice.fast.bin.raw", {{"tran", 6, 21}}},
-      {"ltspice/spicelib/dc_ltspice.bin.raw", {{"dc", 4, 6}}},
-      {"ltspice/spicelib/dc_ltspice.ascii.raw", {{"dc", 4, 6}}},
-      {"ltspice/spicelib/ac_ltspice.bin.raw", {{"ac", 6, 51}}},
-      {"ltspice/spicelib/ac_ltspice.ascii.raw", {{"ac", 6, 51}}},
+      {"ltspice/spicelib/dc_ltspice.*.raw", {{"dc", 4, 6}}},
+      {"ltspice/spicelib/ac_ltspice.*.raw", {{"ac", 6, 51}}},
       {"ltspice/ltspice_pytool/rl_circuit_tran.raw", {{"tran", 6, 3377}}},
       {"ltspice/ltspice_pytool/rl_circuit_tran64b.raw", {{"tran", 6, 3377}}},
       {"ltspice/ltspice_pytool/reverse_x_analysis.raw", {{"dc", 12, 1428}}},
-      {"xyce/spicelib/tran_xyce.ascii.raw", {{"tran", 4, 63}}},
-      {"xyce/spicelib/tran_xyce.bin.raw", {{"tran", 4, 63}}},
-      {"xyce/spicelib/dc_xyce.ascii.raw", {{"dc", 3, 6}}},
-      {"xyce/spicelib/dc_xyce.bin.raw", {{"dc", 3, 6}}},
-      {"xyce/spicelib/ac_xyce.ascii.raw", {{"ac", 4, 51}}},
-      {"xyce/spicelib/ac_xyce.bin.raw", {{"ac", 4, 51}}},
-      {"xyce/spicelib/sens_xyce.ascii.raw", {{"tran", 4, 11}}, true},
-      {"xyce/spicelib/sens_xyce.bin.raw", {{"tran", 4, 11}}, true},
+      {"xyce/spicelib/tran_xyce.*.raw", {{"tran", 4, 63}}},
+      {"xyce/spicelib/dc_xyce.*.raw", {{"dc", 3, 6}}},
+      {"xyce/spicelib/ac_xyce.*.raw", {{"ac", 4, 51}}},
+      {"xyce/spicelib/sens_xyce.*.raw", {{"tran", 4, 11}}, true},
   };
   for (const Listing& listing : listings) {
-    SCOPED_TRACE(listing.file);
-    auto file = openRaw(listing.file);
-    auto results = openResults(listing.file);
-    ASSERT_TRUE(file && results);
-    EXPECT_EQ(simdata::lastErrorCode(), listing.warns ? simdata::raw::kRawWarningCode : 0);
-    EXPECT_EQ(file->warnings().size(), listing.warns ? 1u : 0u);
-    const simdata::DatasetArray* datasets = results->datasets();
-    ASSERT_EQ(datasets->count(), static_cast<int>(listing.datasets.size()));
-    for (size_t d = 0; d < listing.datasets.size(); ++d) {
-      const auto& [name, signals, points] = listing.datasets[d];
-      EXPECT_EQ(datasets->at(static_cast<int>(d))->name(), name);
-      EXPECT_EQ(datasets->at(static_cast<int>(d))->signals()->count(), signals);
-      EXPECT_EQ(file->plots()[d].points, points);
+    std::string name = listing.file;
+    const size_t star = name.find('*');
+    for (const char* form : {"ascii", "bin"}) {
+      if (star != std::string::npos) {
+        name = std::string(listing.file).replace(star, 1, form);
+      } else if (std::string(form) == "bin") {
+        break;
+      }
+      SCOPED_TRACE(name);
+      auto file = openRaw(name);
+      auto results = openResults(name);
+      ASSERT_TRUE(file && results);
+      EXPECT_EQ(simdata::lastErrorCode(), listing.warns ? simdata::raw::kRawWarningCode : 0);
+      EXPECT_EQ(file->warnings().size(), listing.warns ? 1u : 0u);
+      const simdata::DatasetArray* datasets = results->datasets();
+      ASSERT_EQ(datasets->count(), static_cast<int>(listing.datasets.size()));
+      for (size_t d = 0; d < listing.datasets.size(); ++d) {
+        const auto& [dataset, signals, points] = listing.datasets[d];
+        EXPECT_EQ(datasets->at(static_cast<int>(d))->name(), dataset);
+        EXPECT_EQ(datasets->at(static_cast<int>(d))->signals()->count(), signals);
+        EXPECT_EQ(file->plots()[d].points, points);
+      }
     }
   }
   simdata::resetError();
@@ -142,7 +152,6 @@ TEST(RawSamples, NgspiceMeshHoldsTheQuotedValues) {
   auto ascii = openRaw("ngspice/pgmesh_tran.ascii.raw");
   auto binary = openRaw("ngspice/pgmesh_tran.bin.raw");
   ASSERT_TRUE(ascii && binary);
-  const Plot& a = ascii->plots()[0];
   const Plot& b = binary->plots()[0];
   const std::vector<double> time = column(*binary, b, 0);
   const std::vector<double> node = column(*binary, b, variableIndex(b, "v(n1_1)"));
@@ -152,13 +161,7 @@ TEST(RawSamples, NgspiceMeshHoldsTheQuotedValues) {
   const std::vector<double> supply = column(*binary, b, variableIndex(b, "i(vdd)"));
   EXPECT_NEAR(*std::min_element(supply.begin(), supply.end()), -0.0861, 1e-4);
   EXPECT_NEAR(*std::max_element(supply.begin(), supply.end()), -0.010, 1e-6);
-  for (int v = 0; v < a.variableCount(); ++v) {
-    const std::vector<double> text = column(*ascii, a, v);
-    const std::vector<double> bin = column(*binary, b, v);
-    for (size_t p = 0; p < text.size(); ++p) {
-      ASSERT_NEAR(text[p], bin[p], 1e-15 * std::fabs(bin[p]) + 1e-30) << v << " " << p;
-    }
-  }
+  expectSameColumns(*ascii, *binary, 1e-15, 1e-30);
   for (const char* name : {"ngspice/pgmesh_op.ascii.raw", "ngspice/pgmesh_op.bin.raw"}) {
     auto op = openRaw(name);
     const Plot& plot = op->plots()[0];
@@ -273,22 +276,14 @@ TEST(RawSamples, LtspiceFloat32TimesStepsAndLayouts) {
   auto normal = openRaw("ltspice/spicelib/tran_ltspice.bin.raw");
   auto fast = openRaw("ltspice/spicelib/tran_ltspice.fast.bin.raw");
   EXPECT_TRUE(fast->plots()[0].variableMajor);
-  for (int v = 0; v < 6; ++v) {
-    EXPECT_EQ(column(*normal, normal->plots()[0], v), column(*fast, fast->plots()[0], v)) << v;
-  }
+  expectSameColumns(*normal, *fast, 0.0, 0.0);
   // The same circuit with every value float64: equal to float32 precision; the flagged time
   // of point 1 is 1.57e-6 in both.
   auto singles = openRaw("ltspice/ltspice_pytool/rl_circuit_tran.raw");
   auto doubles = openRaw("ltspice/ltspice_pytool/rl_circuit_tran64b.raw");
   EXPECT_EQ(doubles->plots()[0].recordBytes, 48u);
   EXPECT_EQ(singles->valueAt(singles->plots()[0], 0, 1), 1.5733597039962542e-06);
-  for (int v = 0; v < 6; ++v) {
-    const std::vector<double> s = column(*singles, singles->plots()[0], v);
-    const std::vector<double> d = column(*doubles, doubles->plots()[0], v);
-    for (size_t p = 0; p < s.size(); p += 97) {
-      ASSERT_NEAR(s[p], d[p], 1e-6 * std::fabs(d[p]) + 1e-12) << v << " " << p;
-    }
-  }
+  expectSameColumns(*singles, *doubles, 1e-6, 1e-12, 97);
 }
 
 TEST(RawSamples, LtspiceTextTwinsAndHeaderQuirks) {
@@ -297,17 +292,8 @@ TEST(RawSamples, LtspiceTextTwinsAndHeaderQuirks) {
   for (const char* stem : {"ltspice/spicelib/dc_ltspice", "ltspice/spicelib/ac_ltspice"}) {
     SCOPED_TRACE(stem);
     auto text = openRaw(std::string(stem) + ".ascii.raw");
-    auto binary = openRaw(std::string(stem) + ".bin.raw");
-    const Plot& t = text->plots()[0];
-    const Plot& b = binary->plots()[0];
-    EXPECT_FALSE(t.utf16Header);
-    for (int v = 0; v < t.variableCount(); ++v) {
-      const std::vector<double> x = column(*text, t, v);
-      const std::vector<double> y = column(*binary, b, v);
-      for (size_t p = 0; p < x.size(); ++p) {
-        ASSERT_NEAR(x[p], y[p], 1e-6 * std::fabs(y[p]) + 1e-15) << v << " " << p;
-      }
-    }
+    EXPECT_FALSE(text->plots()[0].utf16Header);
+    expectSameColumns(*text, *openRaw(std::string(stem) + ".bin.raw"), 1e-6, 1e-15);
   }
   auto noise = openRaw("ltspice/spicelib/Noise.raw");
   EXPECT_EQ(noise->plots()[0].plotname, "Noise Spectral Density - (V/Hz½ or A/Hz½)");
@@ -331,17 +317,8 @@ TEST(RawSamples, XyceNamesPlotNamesAndTrailingTables) {
   for (const char* stem :
        {"xyce/spicelib/tran_xyce", "xyce/spicelib/ac_xyce", "xyce/spicelib/sens_xyce"}) {
     SCOPED_TRACE(stem);
-    auto text = openRaw(std::string(stem) + ".ascii.raw");
-    auto binary = openRaw(std::string(stem) + ".bin.raw");
-    const Plot& t = text->plots()[0];
-    const Plot& b = binary->plots()[0];
-    for (int v = 0; v < t.variableCount(); ++v) {
-      const std::vector<double> x = column(*text, t, v);
-      const std::vector<double> y = column(*binary, b, v);
-      for (size_t p = 0; p < x.size(); ++p) {
-        ASSERT_NEAR(x[p], y[p], 1e-8 * std::fabs(y[p]) + 1e-15) << v << " " << p;
-      }
-    }
+    expectSameColumns(*openRaw(std::string(stem) + ".ascii.raw"),
+                      *openRaw(std::string(stem) + ".bin.raw"), 1e-8, 1e-15);
   }
   // The mangled text plot name still names a DC sweep over "sweep" from 0 to 5.
   auto dc = openResults("xyce/spicelib/dc_xyce.ascii.raw");
