@@ -9,6 +9,7 @@
 #include <cstring>
 #include <filesystem>
 #include <limits>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -58,6 +59,28 @@ struct Records {
 bool sameBits(double a, double b) {
   return std::bit_cast<uint64_t>(a) == std::bit_cast<uint64_t>(b);
 }
+
+/// Sets the column-store budget variable for the life of the object, then restores it.
+class ScopedBudget {
+ public:
+  ScopedBudget() {
+    const char* saved = std::getenv(simdata::raw::kColumnStoreMemoryVariable);
+    saved_ = saved != nullptr ? std::optional<std::string>(saved) : std::nullopt;
+  }
+  ~ScopedBudget() {
+    if (saved_) {
+      setenv(simdata::raw::kColumnStoreMemoryVariable, saved_->c_str(), 1);
+    } else {
+      unsetenv(simdata::raw::kColumnStoreMemoryVariable);
+    }
+  }
+  void set(const char* megabytes) {
+    setenv(simdata::raw::kColumnStoreMemoryVariable, megabytes, 1);
+  }
+
+ private:
+  std::optional<std::string> saved_;
+};
 
 TEST(ColumnStore, TransposesEveryColumnInMemoryAndInAFile) {
   struct Case {
@@ -122,7 +145,7 @@ TEST(ColumnStore, TransposesEveryColumnInMemoryAndInAFile) {
   EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
 }
 
-TEST(ColumnStore, AFolderThatCannotHoldTheFileIsReported) {
+TEST(ColumnStore, AFolderThatCannotHoldTheFileIsReportedAndTheBudgetIsInMegabytes) {
   const Records records(4, 5, 8);
   ColumnStoreSettings settings;
   settings.memoryBudget = 0;
@@ -131,20 +154,12 @@ TEST(ColumnStore, AFolderThatCannotHoldTheFileIsReported) {
   std::string error;
   EXPECT_EQ(ColumnStore::build(records.layout, settings, error), nullptr);
   EXPECT_NE(error.find("/nonexistent/kra2-folder"), std::string::npos) << error;
-}
 
-TEST(ColumnStore, SettingsFromTheEnvironment) {
-  const char* saved = std::getenv(simdata::raw::kColumnStoreMemoryVariable);
-  const std::string keep = saved != nullptr ? saved : "";
-  setenv(simdata::raw::kColumnStoreMemoryVariable, "3", 1);
+  ScopedBudget budget;
+  budget.set("3");
   EXPECT_EQ(simdata::raw::columnStoreSettings().memoryBudget, size_t{3} << 20);
-  setenv(simdata::raw::kColumnStoreMemoryVariable, "0", 1);
+  budget.set("0");
   EXPECT_EQ(simdata::raw::columnStoreSettings().memoryBudget, 0u);
-  if (saved != nullptr) {
-    setenv(simdata::raw::kColumnStoreMemoryVariable, keep.c_str(), 1);
-  } else {
-    unsetenv(simdata::raw::kColumnStoreMemoryVariable);
-  }
 }
 
 TEST(StreamColumns, ChunksComeInOrderAndHoldTheColumns) {
@@ -194,16 +209,12 @@ TEST(StreamColumns, ChunksComeInOrderAndHoldTheColumns) {
       EXPECT_GT(chunks, 1u);
     }
   }
-}
-
-TEST(StreamColumns, AColumnOutsideTheRecordsVisitsNothing) {
+  // A column outside the records visits nothing.
   const Records records(4, 5, 8);
-  bool visited = false;
-  const int columns[] = {1, 4};
+  const int outside[] = {1, 4};
   simdata::raw::streamColumns(
-      records.layout, columns,
-      [&](size_t, size_t, std::span<const double* const>) { visited = true; }, false);
-  EXPECT_FALSE(visited);
+      records.layout, outside,
+      [&](size_t, size_t, std::span<const double* const>) { ADD_FAILURE() << "visited"; }, false);
 }
 
 /// A binary raw file of `signals` node voltages by `points` points: time p * 1e-9, node s
@@ -236,8 +247,7 @@ TEST(RawColumnAccess, StreamsStoresAndBatchReadsAgree) {
       "Title: t\nDate: d\nPlotname: Transient Analysis\nFlags: real\nNo. Variables: 2\n"
       "No. Points: 2\nVariables:\n\t0\ttime\ttime\n\t1\tv(a)\tvoltage\nValues:\n"
       "0\t0\n\t1\n1\t1e-9\n\t2\n");
-  const char* saved = std::getenv(simdata::raw::kColumnStoreMemoryVariable);
-  const std::string keep = saved != nullptr ? saved : "";
+  ScopedBudget budget;
   simdata::RawBackend backend;
 
   auto text = backend.open(dir.file("text.raw"));
@@ -257,9 +267,9 @@ TEST(RawColumnAccess, StreamsStoresAndBatchReadsAgree) {
   const auto expected = plain->read(all);
   ASSERT_NE(expected, nullptr);
 
-  for (const char* budget : {"1024", "0"}) {
-    SCOPED_TRACE(std::string("column store budget ") + budget + " MB");
-    setenv(simdata::raw::kColumnStoreMemoryVariable, budget, 1);
+  for (const char* megabytes : {"1024", "0"}) {
+    SCOPED_TRACE(std::string("column store budget ") + megabytes + " MB");
+    budget.set(megabytes);
     auto results = backend.open(dir.file("grid.raw"));
     simdata::Dataset* tran = results->findDataset("tran");
     ASSERT_TRUE(tran->streamsSignals());
@@ -295,15 +305,10 @@ TEST(RawColumnAccess, StreamsStoresAndBatchReadsAgree) {
         const auto want = expected->at(i)->yVector()->doubles();
         ASSERT_EQ(got.size(), want.size());
         EXPECT_EQ(std::memcmp(got.data(), want.data(), got.size() * 8), 0) << "signal " << i;
-        EXPECT_EQ(values->at(i)->yVector()->mayHoldNaN(), std::string(budget) == "0" || i == 2)
+        EXPECT_EQ(values->at(i)->yVector()->mayHoldNaN(), std::string(megabytes) == "0" || i == 2)
             << "signal " << i;
       }
     }
-  }
-  if (saved != nullptr) {
-    setenv(simdata::raw::kColumnStoreMemoryVariable, keep.c_str(), 1);
-  } else {
-    unsetenv(simdata::raw::kColumnStoreMemoryVariable);
   }
 }
 
