@@ -1,7 +1,6 @@
 #pragma once
 // Small hand-built networks for the network tests.
 
-#include <initializer_list>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -23,18 +22,11 @@ struct Piece {
   double y = -1.0;
 };
 
-inline std::vector<kraNode*> build(zeNetwork& network, std::initializer_list<Piece> pieces) {
+inline std::vector<kraNode*> build(zeNetwork& network, const std::vector<Piece>& pieces) {
   std::vector<kraNode*> made;
   for (const Piece& p : pieces) {
-    made.push_back(network.createNode({.name = p.name,
-                                       .net1 = p.net1,
-                                       .net2 = p.net2,
-                                       .length = p.length,
-                                       .width = p.width,
-                                       .layer = p.layer,
-                                       .viaType = p.via,
-                                       .x = p.x,
-                                       .y = p.y}));
+    made.push_back(
+        network.createNode({p.name, p.net1, p.net2, p.length, p.width, p.layer, p.via, p.x, p.y}));
   }
   return made;
 }
@@ -51,10 +43,7 @@ template <class Nodes>
 std::string names(const Nodes& nodes) {
   std::string text;
   for (const kraNode* node : nodes) {
-    if (!text.empty()) {
-      text += ' ';
-    }
-    text += node->name;
+    text += (text.empty() ? "" : " ") + std::string(node->name);
   }
   return text;
 }

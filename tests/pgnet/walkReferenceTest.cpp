@@ -5,8 +5,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <memory>
 #include <random>
-#include <sstream>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -20,7 +21,7 @@ using pgnet_test::segmentNames;
 
 namespace {
 
-// Deeper than this, a reference walk is going round a cycle.
+// Deeper than this, a leaf walk is going round a cycle.
 constexpr int kMaxDepth = 500;
 
 struct RandomPiece {
@@ -30,7 +31,7 @@ struct RandomPiece {
 
 // Pieces over a few shared nets (many loops), or, for a tree, each piece bringing a new net and
 // joining it to an earlier one (no loops, so the longest path decides).
-std::vector<RandomPiece> randomPieces(std::mt19937& random, bool tree = false) {
+std::vector<RandomPiece> randomPieces(std::mt19937& random, bool tree) {
   auto below = [&](int n) { return static_cast<int>(random() % static_cast<unsigned>(n)); };
   const int count = 1 + below(14);
   const int nets = 2 + below(6);
@@ -41,13 +42,10 @@ std::vector<RandomPiece> randomPieces(std::mt19937& random, bool tree = false) {
   for (int i = 0; i < count; ++i) {
     RandomPiece p;
     p.name = "n" + std::to_string(below(namePool) * 7 % 100);
-    if (tree) {
-      p.net1 = "e" + std::to_string(i + 1);
-      p.net2 = "e" + std::to_string(below(i + 1));
-    } else {
-      p.net1 = "e" + std::to_string(below(nets));
-      p.net2 = below(12) == 0 ? p.net1 : "e" + std::to_string(below(nets));
-    }
+    p.net1 = "e" + std::to_string(tree ? i + 1 : below(nets));
+    p.net2 = tree             ? "e" + std::to_string(below(i + 1))
+             : below(12) == 0 ? p.net1
+                              : "e" + std::to_string(below(nets));
     const int kind = below(20);
     p.layer = kind < 12 ? "M1" : kind < 17 ? "M2" : "V12";
     p.via = kind < 17 ? "nil" : "V";
@@ -60,209 +58,147 @@ std::vector<RandomPiece> randomPieces(std::mt19937& random, bool tree = false) {
   return pieces;
 }
 
-void buildFrom(zeNetwork& network, const std::vector<RandomPiece>& pieces) {
-  network.setLayerStack({"V12", "M2", "M1"});
+std::unique_ptr<zeNetwork> buildFrom(const std::vector<RandomPiece>& pieces, double grid = 1.0) {
+  auto network = std::make_unique<zeNetwork>(grid, false);
+  network->setLayerStack({"V12", "M2", "M1"});
   for (const RandomPiece& p : pieces) {
-    network.createNode({.name = p.name,
-                        .net1 = p.net1,
-                        .net2 = p.net2,
-                        .length = p.length,
-                        .width = p.width,
-                        .layer = p.layer,
-                        .viaType = p.via,
-                        .x = p.x,
-                        .y = p.y});
+    network->createNode({p.name, p.net1, p.net2, p.length, p.width, p.layer, p.via, p.x, p.y});
   }
+  return network;
 }
 
 // --- recursive references, written from the rules ---
 
-struct Reference {
-  std::vector<kraNode*> workingSet;
-  bool tooDeep = false;
-
-  bool identify(kraEdge* edge, kraNode* from, int depth) {
-    if (edge == nullptr || from == nullptr) {
-      return false;
+// The same-layer group walk: collects and marks nodes; true when it meets a marked one.
+bool identify(kraEdge* edge, kraNode* from, std::vector<kraNode*>& group) {
+  bool loop = false;
+  for (kraNode* node : edge != nullptr ? edge->nodes() : std::span<kraNode* const>()) {
+    if (node == from || node->layer != from->layer) {
+      continue;
     }
-    if (depth > kMaxDepth) {
-      tooDeep = true;
-      return false;
+    if (node->marked) {
+      loop = true;
+      continue;
     }
-    bool loop = false;
-    for (kraNode* node : edge->nodes()) {
-      if (node == from || node->layer != from->layer) {
-        continue;
-      }
-      if (!node->marked) {
-        workingSet.push_back(node);
-        node->marked = true;
-        loop = identify(node->otherEdge(edge), node, depth + 1) || loop;
-      } else {
-        loop = true;
-      }
-    }
-    return loop;
-  }
-
-  bool identify(kraNode* node) {
-    workingSet.push_back(node);
+    group.push_back(node);
     node->marked = true;
-    const bool loop1 = identify(node->edge1, node, 0);
-    const bool loop2 = identify(node->edge2, node, 0);
-    return loop1 || loop2;
+    loop = identify(node->otherEdge(edge), node, group) || loop;
   }
+  return loop;
+}
 
-  kraNode* longestPath(kraEdge* edge, kraNode* from, double& length, int depth) {
-    if (edge == nullptr || from == nullptr) {
-      return nullptr;
+// The group of a node in creation order, and whether it has a loop.
+std::pair<std::vector<kraNode*>, bool> groupOf(kraNode* node) {
+  std::vector<kraNode*> group = {node};
+  node->marked = true;
+  const bool loop1 = identify(node->edge1, node, group);
+  const bool loop = identify(node->edge2, node, group) || loop1;
+  std::sort(group.begin(), group.end(), pgnet::bySeq);
+  return {group, loop};
+}
+
+kraNode* longestPath(kraEdge* edge, kraNode* from, double& length) {
+  if (edge == nullptr) {
+    return nullptr;
+  }
+  kraNode* far = from;
+  for (kraNode* node : edge->nodes()) {
+    if (node == from || node->layer != from->layer) {
+      continue;
     }
-    if (depth > kMaxDepth) {
-      tooDeep = true;
-      return nullptr;
+    double branch = 0.0;
+    kraNode* end = longestPath(node->otherEdge(edge), node, branch);
+    if (end != nullptr && branch > length) {
+      length = branch;
+      far = end;
     }
-    if (edge->nodes().empty()) {
-      length += from->length;
-      return from;
+  }
+  length += from->length;
+  return far;
+}
+
+// The length calculation of the metal groups, recursively.
+void metalLengths(zeNetwork& network) {
+  for (kraNode* node : network.nodes) {
+    if (!(node->totalLength < 0.0) || node->isVia()) {
+      continue;
     }
-    kraNode* far = from;
-    for (kraNode* node : edge->nodes()) {
-      if (node == from || node->layer != from->layer) {
+    const auto [group, loop] = groupOf(node);
+    double total = 0.0;
+    if (network.evalTotalSum || loop || group.size() < 3) {
+      for (kraNode* member : group) {
+        total += member->length;
+      }
+    } else {
+      auto leaf = std::find_if(group.begin(), group.end(),
+                               [](kraNode* n) { return zeNetwork::isLeafNode(n); });
+      if (leaf == group.end()) {
         continue;
       }
-      double branch = 0.0;
-      kraNode* end = longestPath(node->otherEdge(edge), node, branch, depth + 1);
-      if (end != nullptr && branch > length) {
-        length = branch;
-        far = end;
-      }
+      double length1 = 0.0;
+      double length2 = 0.0;
+      kraNode* end1 = longestPath((*leaf)->edge1, *leaf, length1);
+      kraNode* end2 = longestPath((*leaf)->edge2, *leaf, length2);
+      kraNode* far = length2 > length1 ? end2 : end1;
+      double back1 = 0.0;
+      double back2 = 0.0;
+      longestPath(far->edge1, far, back1);
+      longestPath(far->edge2, far, back2);
+      total = std::max(back1, back2);
     }
-    length += from->length;
-    return far;
-  }
-
-  std::vector<kraNode*> sortedSet() const {
-    std::vector<kraNode*> set = workingSet;
-    std::sort(set.begin(), set.end(), pgnet::bySeq);
-    set.erase(std::unique(set.begin(), set.end()), set.end());
-    return set;
-  }
-
-  // The length calculation of the metal groups, recursively.
-  void metalLengths(zeNetwork& network) {
-    for (kraNode* node : network.nodes) {
-      if (!(node->totalLength < 0.0) || node->isVia()) {
-        continue;
-      }
-      workingSet.clear();
-      const bool loop = identify(node);
-      const std::vector<kraNode*> set = sortedSet();
-      double total = 0.0;
-      if (network.evalTotalSum || loop || set.size() < 3) {
-        for (kraNode* member : set) {
-          total += member->length;
-        }
-      } else {
-        kraNode* leaf = nullptr;
-        for (kraNode* member : set) {
-          if (zeNetwork::isLeafNode(member)) {
-            leaf = member;
-            break;
-          }
-        }
-        if (leaf == nullptr) {
-          continue;
-        }
-        double length1 = 0.0;
-        double length2 = 0.0;
-        kraNode* end1 = longestPath(leaf->edge1, leaf, length1, 0);
-        kraNode* end2 = longestPath(leaf->edge2, leaf, length2, 0);
-        kraNode* far = length2 > length1 ? end2 : end1;
-        double back1 = 0.0;
-        double back2 = 0.0;
-        longestPath(far->edge1, far, back1, 0);
-        longestPath(far->edge2, far, back2, 0);
-        total = back2 > back1 ? back2 : back1;
-      }
-      for (kraNode* member : set) {
-        member->totalLength = total;
-      }
+    for (kraNode* member : group) {
+      member->totalLength = total;
     }
   }
-};
+}
 
-struct StripReference {
-  StripReference(const kraSegment* s, double t) : segment(s), tolerance(t) {}
-  const kraSegment* segment;
-  double tolerance;
-  int mode = 0;
+// Depth first through `edge` and on through the other net of every unmarked segment node met.
+template <class Take>
+void walkSegment(const kraSegment* segment, kraEdge* edge, kraNode* from, Take& take) {
+  if (edge == nullptr) {
+    return;
+  }
+  for (kraNode* node : edge->nodes()) {
+    if (node != from && !node->marked && segment->contains(node)) {
+      take(node);
+      walkSegment(segment, node->otherEdge(edge), node, take);
+    }
+  }
+}
+
+void clearMarks(const kraSegment* segment) {
+  for (kraNode* node : segment->nodes()) {
+    node->marked = false;
+  }
+}
+
+// Strips of one position pass (mode 1: x, 0: y, 2: width), each node joining the first
+// strip whose first node matches.
+void stripPass(const kraSegment* segment, double tolerance, int mode,
+               std::vector<std::vector<kraNode*>>& results) {
+  auto key = [mode](const kraNode* n) { return mode == 1 ? n->x : mode == 2 ? n->width : n->y; };
   std::vector<std::vector<kraNode*>> strips;
-  std::vector<std::vector<kraNode*>> results;
-
-  double key(const kraNode* node) const {
-    return mode == 1 ? node->x : mode == 2 ? node->width : node->y;
-  }
-  void add(kraNode* node) {
+  auto add = [&](kraNode* node) {
+    node->marked = true;
     for (auto& strip : strips) {
-      if (node->marked) {
-        break;
-      }
       if (zeNetwork::compareFloatValue(key(node), key(strip.front()), 0.5 * tolerance)) {
-        node->marked = true;
         strip.push_back(node);
+        return;
       }
     }
-    if (!node->marked) {
-      node->marked = true;
-      strips.push_back({node});
+    strips.push_back({node});
+  };
+  clearMarks(segment);
+  kraNode* first = segment->getAnyNode();
+  add(first);
+  walkSegment(segment, first->edge1, first, add);
+  walkSegment(segment, first->edge2, first, add);
+  for (auto& strip : strips) {
+    if (strip.size() >= 2) {
+      results.push_back(strip);
     }
   }
-  void walk(kraEdge* edge, kraNode* from) {
-    if (edge == nullptr) {
-      return;
-    }
-    for (kraNode* node : edge->nodes()) {
-      if (node != from && !node->marked && segment->contains(node)) {
-        add(node);
-        walk(node->otherEdge(edge), node);
-      }
-    }
-  }
-  void pass(int passMode) {
-    mode = passMode;
-    for (kraNode* node : segment->nodes()) {
-      node->marked = false;
-    }
-    kraNode* first = segment->getAnyNode();
-    add(first);
-    walk(first->edge1, first);
-    walk(first->edge2, first);
-    for (auto& strip : strips) {
-      if (strip.size() >= 2) {
-        results.push_back(strip);
-      }
-    }
-    strips.clear();
-  }
-};
-
-struct SeparatorReference {
-  explicit SeparatorReference(const kraSegment* s) : segment(s) {}
-  const kraSegment* segment;
-  std::vector<kraNode*> component;
-  void walk(kraEdge* edge, kraNode* from) {
-    if (edge == nullptr) {
-      return;
-    }
-    for (kraNode* node : edge->nodes()) {
-      if (node != from && !node->marked && segment->contains(node)) {
-        component.push_back(node);
-        node->marked = true;
-        walk(node->otherEdge(edge), node);
-      }
-    }
-  }
-};
+}
 
 struct JogReference {
   explicit JogReference(const kraSegment* s) : segment(s) {}
@@ -272,44 +208,37 @@ struct JogReference {
   bool cyclic = false;
 
   bool check(kraEdge* edge, kraNode* from) {
-    if (edge == nullptr || from == nullptr || edge->nodes().empty()) {
+    if (edge == nullptr || edge->nodes().empty() || cyclic) {
       return true;
     }
-    if (cyclic) {
+    if (std::find(path.begin(), path.end(), std::make_pair(edge, from)) != path.end()) {
+      cyclic = true;
       return true;
-    }
-    for (const auto& call : path) {
-      if (call.first == edge && call.second == from) {
-        cyclic = true;
-        return true;
-      }
     }
     path.emplace_back(edge, from);
-    const bool result = checkNets(edge, from);
-    path.pop_back();
-    return result;
-  }
-
-  bool checkNets(kraEdge* edge, kraNode* from) {
     int inside = 0;
     int outside = 0;
+    bool result = true;
     for (kraNode* node : edge->nodes()) {
       if (node == from || node->layer != from->layer) {
         continue;
       }
       if (segment->contains(node)) {
         if (!check(node->otherEdge(edge), node)) {
-          return false;
+          result = false;
+          break;
         }
         ++inside;
       } else {
         ++outside;
       }
       if (inside > 0 && outside > 0) {
-        return false;
+        result = false;
+        break;
       }
     }
-    return true;
+    path.pop_back();
+    return result;
   }
 };
 
@@ -331,46 +260,39 @@ TEST(WalksAgainstRecursion, MetalGroupsAndLengths) {
     const std::vector<RandomPiece> pieces = randomPieces(random, round % 2 == 1);
     const bool totalSum = round % 5 == 0;
 
-    zeNetwork ours(1.0, false);
-    buildFrom(ours, pieces);
-    ours.evalTotalSum = totalSum;
-    ours.evalCurrentDirection = true;
-    ours.calculateLengths();
+    auto ours = buildFrom(pieces);
+    ours->evalTotalSum = totalSum;
+    ours->evalCurrentDirection = true;
+    ours->calculateLengths();
 
-    zeNetwork theirs(1.0, false);
-    buildFrom(theirs, pieces);
-    theirs.evalTotalSum = totalSum;
-    theirs.evalCurrentDirection = true;
-    Reference reference;
-    reference.metalLengths(theirs);
-    ASSERT_FALSE(reference.tooDeep);
-    theirs.evalTopNet();
-    for (kraNode* node : theirs.nodes) {
+    auto theirs = buildFrom(pieces);
+    theirs->evalTotalSum = totalSum;
+    theirs->evalCurrentDirection = true;
+    metalLengths(*theirs);
+    theirs->evalTopNet();
+    for (kraNode* node : theirs->nodes) {
       if (node->totalLength < 0.0) {
-        theirs.processVia(node);
+        theirs->processVia(node);
       }
     }
-    ASSERT_EQ(lengthOutput(ours), lengthOutput(theirs));
+    ASSERT_EQ(lengthOutput(*ours), lengthOutput(*theirs));
 
     // Groups and loop flags, one by one, as findMetalSegments sees them.
-    zeNetwork groups(1.0, false);
-    buildFrom(groups, pieces);
-    groups.findMetalSegments();
-    zeNetwork groupsRef(1.0, false);
-    buildFrom(groupsRef, pieces);
+    auto groups = buildFrom(pieces);
+    groups->findMetalSegments();
+    auto groupsRef = buildFrom(pieces);
     std::string expected;
-    for (kraNode* node : groupsRef.nodes) {
+    for (kraNode* node : groupsRef->nodes) {
       if (node->marked || node->isVia()) {
         continue;
       }
-      Reference walk;
-      const bool loop = walk.identify(node);
+      const auto [group, loop] = groupOf(node);
       loopsSeen += loop ? 1 : 0;
-      longestPathsSeen += !loop && walk.sortedSet().size() >= 3 ? 1 : 0;
-      expected += '[' + names(walk.sortedSet()) + (loop ? " loop" : "") + ']';
+      longestPathsSeen += !loop && group.size() >= 3 ? 1 : 0;
+      expected += '[' + names(group) + (loop ? " loop" : "") + ']';
     }
     std::string actual;
-    for (const auto& segment : groups.segments) {
+    for (const auto& segment : groups->segments) {
       actual += '[' + names(segment->nodes()) + (segment->hasLoop ? " loop" : "") + ']';
     }
     ASSERT_EQ(actual, expected);
@@ -387,41 +309,37 @@ TEST(WalksAgainstRecursion, StripsPartsJogsAndLeaves) {
   int jogFailures = 0;
   for (int round = 0; round < 1500; ++round) {
     SCOPED_TRACE(round);
-    const std::vector<RandomPiece> pieces = randomPieces(random, round % 3 == 1);
     const double grid = grids[round % 4];
-    zeNetwork network(grid, false);
-    buildFrom(network, pieces);
-    network.findMetalSegments();
-    for (const auto& segment : network.segments) {
+    auto network = buildFrom(randomPieces(random, round % 3 == 1), grid);
+    network->findMetalSegments();
+    for (const auto& segment : network->segments) {
       for (kraFilterType type : {kraPositionFilter, kraWidthFilter}) {
         kraStraightSegmentFinder finder(segment.get(), grid, type);
-        StripReference reference(segment.get(), grid);
-        if (type == kraPositionFilter) {
-          reference.pass(1);
-          reference.pass(0);
-        } else {
-          reference.pass(2);
+        std::vector<std::vector<kraNode*>> expected;
+        for (int mode : type == kraPositionFilter ? std::vector{1, 0} : std::vector{2}) {
+          stripPass(segment.get(), grid, mode, expected);
         }
-        ASSERT_EQ(segmentNames(finder.results()), listNames(reference.results));
-        stripsSeen += static_cast<int>(reference.results.size());
+        ASSERT_EQ(segmentNames(finder.results()), listNames(expected));
+        stripsSeen += static_cast<int>(expected.size());
       }
 
       kraSegmentSeprator separator(segment.get());
-      SeparatorReference parts(segment.get());
       std::vector<std::vector<kraNode*>> expectedParts;
-      for (kraNode* node : segment->nodes()) {
-        node->marked = false;
-      }
+      clearMarks(segment.get());
       for (kraNode* node : segment->nodes()) {
         if (node->marked) {
           continue;
         }
-        parts.component = {node};
-        node->marked = true;
-        parts.walk(node->edge1, node);
-        parts.walk(node->edge2, node);
-        if (parts.component.size() >= 2) {
-          expectedParts.push_back(parts.component);
+        std::vector<kraNode*> part;
+        auto take = [&](kraNode* next) {
+          part.push_back(next);
+          next->marked = true;
+        };
+        take(node);
+        walkSegment(segment.get(), node->edge1, node, take);
+        walkSegment(segment.get(), node->edge2, node, take);
+        if (part.size() >= 2) {
+          expectedParts.push_back(part);
         }
       }
       ASSERT_EQ(segmentNames(separator.results()), listNames(expectedParts));
@@ -466,48 +384,53 @@ TEST(WalksAgainstRecursion, StripsPartsJogsAndLeaves) {
 }
 
 TEST(DeepStrips, AStraightStripOfManyPiecesNeedsNoCallStack) {
-  // 150000 pieces in one line, created from both ends towards the middle so that the walks
-  // meet the set order in both directions. Lengths of 1 make the expected values plain.
+  // 150000 pieces of length 1 in one line at x = 5 between square vias T1 and T2 of V1 (M1 is
+  // its lower layer), created from both ends towards the middle so that the walks meet the set
+  // order in both directions.
   constexpr int kPieces = 150000;
-  zeNetwork network(1.0, false);
-  std::vector<int> order;
-  for (int lo = 0, hi = kPieces - 1; lo <= hi; ++lo, --hi) {
-    order.push_back(lo);
-    if (hi != lo) {
-      order.push_back(hi);
+  auto make = [] {
+    auto network = std::make_unique<zeNetwork>(1.0, false);
+    network->setLayerStack({"V1", "M2", "M1"});
+    const std::string last = "n" + std::to_string(kPieces);
+    network->createNode({"T1", "n0", "u0", 1, 1, "V1", "squareVia", 5, -1});
+    network->createNode({"T2", last, "u1", 1, 1, "V1", "squareVia", 5, kPieces});
+    auto piece = [&](int i) {
+      const std::string name = "s" + std::to_string(i);
+      const std::string net1 = "n" + std::to_string(i);
+      const std::string net2 = "n" + std::to_string(i + 1);
+      network->createNode({name, net1, net2, 1.0, 1.0, "M1", "nil", 5.0, 1.0 * i});
+    };
+    for (int lo = 0, hi = kPieces - 1; lo <= hi; ++lo, --hi) {
+      piece(lo);
+      if (hi != lo) {
+        piece(hi);
+      }
     }
-  }
-  for (int i : order) {
-    const std::string name = "s" + std::to_string(i);
-    const std::string net1 = "n" + std::to_string(i);
-    const std::string net2 = "n" + std::to_string(i + 1);
-    network.createNode({.name = name,
-                        .net1 = net1,
-                        .net2 = net2,
-                        .length = 1.0,
-                        .width = 1.0,
-                        .layer = "M1",
-                        .viaType = "nil",
-                        .x = 5.0,
-                        .y = static_cast<double>(i)});
-  }
-  network.calculateLengths();
-  EXPECT_EQ(network.findNode("s0")->totalLength, kPieces);
-  EXPECT_EQ(network.findNode("s75000")->totalLength, kPieces);
+    return network;
+  };
 
-  for (kraNode* node : network.nodes) {
-    node->marked = false;
-  }
-  network.findMetalSegments();
-  ASSERT_EQ(network.segments.size(), 1u);
-  network.filterSegmentsByPhysicalProperties();
-  ASSERT_EQ(network.segments.size(), 1u);
-  EXPECT_EQ(network.segments[0]->size(), static_cast<size_t>(kPieces));
-  const kraSegment& strip = *network.segments[0];
-  kraNode* middle = network.findNode("s75000");
+  auto lengths = make();
+  lengths->calculateLengths();
+  EXPECT_EQ(lengths->findNode("s0")->totalLength, kPieces);
+  EXPECT_EQ(lengths->findNode("s75000")->totalLength, kPieces);
+  EXPECT_EQ(lengths->findNode("T2")->totalLength, kPieces);
+
+  // The whole strip is one power grid: s0 flows with the walk, the last piece against it.
+  auto grids = make();
+  pgnet::PGSessionData data;
+  data.instances = {{"T1", 0, 1.0}, {"T2", 0, 1.0}, {"s0", 1, 8.0}, {"s149999", 0, 2.0}};
+  ASSERT_TRUE(grids->processPG(&data, nullptr));
+  ASSERT_EQ(grids->segments.size(), 1u);
+  const kraSegment& strip = *grids->segments[0];
+  EXPECT_EQ(strip.size(), static_cast<size_t>(kPieces));
+  kraNode* middle = grids->findNode("s75000");
   const kraEdgeNodePair leaf = strip.getLeafNode({middle, middle->edge1});
   EXPECT_EQ(leaf.node->name, "s0");
   EXPECT_EQ(leaf.edge->name, "n0");
+  ASSERT_EQ(grids->powerGrids.size(), 1u);
+  EXPECT_EQ(grids->powerGrids[0]->nodes.size(), static_cast<size_t>(kPieces));
+  EXPECT_EQ(grids->powerGrids[0]->lv2v, kPieces + 1.0);
+  EXPECT_EQ(grids->powerGrids[0]->currentDiff, 0.75);
 }
 
 }  // namespace
