@@ -316,9 +316,15 @@ TEST(StreamedMeasures, WindowsAndRangesAtTheEdges) {
   };
   // y1 - y2, y1 against 0.25, and y2 alone as the second node.
   std::vector<StreamedInstance> instances(3);
-  instances[0] = {.kind = StreamedKind::kTwoWaveforms, .slot1 = 0, .slot2 = 1};
-  instances[1] = {.kind = StreamedKind::kOneWaveform, .slot1 = 0, .ref = 0.25};
-  instances[2] = {.kind = StreamedKind::kOneWaveform, .slot1 = 1, .secondNodeAlone = true};
+  instances[0].kind = StreamedKind::kTwoWaveforms;
+  instances[0].slot1 = 0;
+  instances[0].slot2 = 1;
+  instances[1].kind = StreamedKind::kOneWaveform;
+  instances[1].slot1 = 0;
+  instances[1].ref = 0.25;
+  instances[2].kind = StreamedKind::kOneWaveform;
+  instances[2].slot1 = 1;
+  instances[2].secondNodeAlone = true;
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     const StatisticsSettings settings{
