@@ -87,8 +87,23 @@ std::vector<kraDB::kraDBEMNode> readAllEM(kraDBFile& db) {
   return records;
 }
 
-bool sameBits(double a, double b) {
-  return std::bit_cast<uint64_t>(a) == std::bit_cast<uint64_t>(b);
+/// A record as text with every number as its bits, so that NaN payloads and signed zeros
+/// compare too, and the fields not stored in the file with their start values.
+std::string bitsOf(double value) {
+  char text[20];
+  std::snprintf(text, sizeof text, " %016llx",
+                static_cast<unsigned long long>(std::bit_cast<uint64_t>(value)));
+  return text;
+}
+std::string dump(const IRRecord& r) {
+  return r.name + "|" + bitsOf(r.rms) + bitsOf(r.avg) + bitsOf(r.peak) + bitsOf(r.tpeak) +
+         bitsOf(r.min) + bitsOf(r.tmin) + " " + std::to_string(r.reserved);
+}
+std::string dump(const kraDB::kraDBEMNode& r) {
+  return r.name + "|" + bitsOf(r.rms) + bitsOf(r.avg) + bitsOf(r.peak) + bitsOf(r.tpeak) +
+         bitsOf(r.avgPos) + bitsOf(r.avgNeg) + " " + std::to_string(r.term1) + " " +
+         std::to_string(r.term2) + " " + std::to_string(r.index) + " " + std::to_string(r.aux1) +
+         " " + std::to_string(r.aux2) + " " + std::to_string(r.aux3);
 }
 
 std::string errorOf(const std::function<void()>& action) {
@@ -193,22 +208,16 @@ TEST(DbFile, RecordsRoundTripBitExactInEitherBlockOrder) {
     const std::string path = dir.file("round.db");
     {
       kraDBFile db(path, 85.5, -1e-9, 3e-6, 5.0f);
-      auto writeIR = [&] {
-        for (const auto& r : irs) {
-          db.addIR(r.name, r.rms, r.avg, r.peak, r.tpeak, r.min, r.tmin);
+      for (bool writeEM : {emFirst, !emFirst}) {
+        for (size_t k = 0; k < irs.size(); ++k) {
+          const IRRecord& r = irs[k];
+          const kraDB::kraDBEMNode& e = ems[k];
+          if (writeEM) {
+            db.addEM(e.name, e.rms, e.avg, e.peak, e.tpeak, e.avgPos, e.term1, e.term2);
+          } else {
+            db.addIR(r.name, r.rms, r.avg, r.peak, r.tpeak, r.min, r.tmin);
+          }
         }
-      };
-      auto writeEM = [&] {
-        for (const auto& r : ems) {
-          db.addEM(r.name, r.rms, r.avg, r.peak, r.tpeak, r.avgPos, r.term1, r.term2);
-        }
-      };
-      if (emFirst) {
-        writeEM();
-        writeIR();
-      } else {
-        writeIR();
-        writeEM();
       }
       db.closeFile();
       EXPECT_FALSE(db.failed());
@@ -228,25 +237,8 @@ TEST(DbFile, RecordsRoundTripBitExactInEitherBlockOrder) {
     ASSERT_EQ(gotEM.size(), ems.size());
     for (size_t i = 0; i < irs.size(); ++i) {
       SCOPED_TRACE(i);
-      EXPECT_EQ(gotIR[i].name, irs[i].name);
-      EXPECT_TRUE(sameBits(gotIR[i].rms, irs[i].rms));
-      EXPECT_TRUE(sameBits(gotIR[i].avg, irs[i].avg));
-      EXPECT_TRUE(sameBits(gotIR[i].peak, irs[i].peak));
-      EXPECT_TRUE(sameBits(gotIR[i].tpeak, irs[i].tpeak));
-      EXPECT_TRUE(sameBits(gotIR[i].min, irs[i].min));
-      EXPECT_TRUE(sameBits(gotIR[i].tmin, irs[i].tmin));
-      EXPECT_EQ(gotIR[i].reserved, 0);
-      EXPECT_EQ(gotEM[i].name, ems[i].name);
-      EXPECT_TRUE(sameBits(gotEM[i].rms, ems[i].rms));
-      EXPECT_TRUE(sameBits(gotEM[i].avg, ems[i].avg));
-      EXPECT_TRUE(sameBits(gotEM[i].peak, ems[i].peak));
-      EXPECT_TRUE(sameBits(gotEM[i].tpeak, ems[i].tpeak));
-      EXPECT_TRUE(sameBits(gotEM[i].avgPos, ems[i].avgPos));
-      EXPECT_EQ(gotEM[i].avgNeg, 0.0);
-      EXPECT_EQ(gotEM[i].term1, ems[i].term1);
-      EXPECT_EQ(gotEM[i].term2, ems[i].term2);
-      EXPECT_EQ(gotEM[i].index, -1);
-      EXPECT_EQ(gotEM[i].aux1 | gotEM[i].aux2 | gotEM[i].aux3, 0);
+      EXPECT_EQ(dump(gotIR[i]), dump(irs[i]));
+      EXPECT_EQ(dump(gotEM[i]), dump(ems[i]));
     }
     // Null stays null.
     EXPECT_EQ(db.getNextIR(), nullptr);
@@ -316,50 +308,54 @@ TEST(DbFile, ReaderDefaultsCoverMissingConditions) {
 
 TEST(DbFile, OpeningErrorsCarryTheirTexts) {
   ScratchDir dir;
-  const std::string missing = dir.file("missing.db");
-  const std::string shortFile = dir.file("short.db");
-  writeFile(shortFile, kStandard);  // tags of version 5 but only 80 bytes
-  const std::string noZero = dir.file("nozero.db");
-  writeFile(noZero, kStandard + std::string(1024 - kStandard.size() + 100, 'x'));
-  const std::string legacy = dir.file("legacy.db");
-  writeFile(legacy, std::string(96, 'x') + "begin" + std::string(3000, 'x'));
-  const std::string foreign = dir.file("foreign.db");
-  writeFile(foreign, std::string(3000, 'x'));  // no tags and no legacy first line
-  const std::string empty = dir.file("empty.db");
-  writeFile(empty, "");
-  const std::string legacy32 = dir.file("legacy32.db");
-  writeFile(legacy32, std::string(48, 'x') + std::string(77, '*') + "\n");
-  const std::string old = dir.file("old.db");
-  std::string oldHeader = "<><><>;<version>4.89999<\\version>;<\\><\\><\\>;\n";
-  oldHeader.resize(2000, '\0');
-  writeFile(old, oldHeader);
-  const std::string db32 = dir.file("db32.db");
-  std::string header32 =
-      "<><><>;<architecture>32<\\architecture>;<version>5<\\version>;<\\><\\><\\>;\n";
-  header32.resize(2000, '\0');
-  writeFile(db32, header32);
-
+  /// The error texts by kind, for the file's path.
+  enum Kind { kOpen, kNotDatabase, kLegacy, k32Bit };
+  const auto text = [](Kind kind, const std::string& path) -> std::string {
+    switch (kind) {
+      case kOpen:
+        return "Error in opening EMIR database file '" + path + "'\n";
+      case kNotDatabase:
+        return "The file '" + path + "'is not a  EMIR database file.\n";
+      case kLegacy:
+        return kraDB::legacyReadError(path);
+      case k32Bit:
+        break;
+    }
+    return kraDB::k32BitDatabaseError;
+  };
+  const auto padded = [](std::string header) {
+    header.resize(2000, '\0');
+    return header;
+  };
   const struct {
-    const char* label;
-    std::string path;
-    std::string text;
+    const char* name;
+    std::string bytes;  // "-": no file
+    Kind kind;
   } cases[] = {
-      {"missing", missing, "Error in opening EMIR database file '" + missing + "'\n"},
-      {"directory", dir.path().string(),
-       "Error in opening EMIR database file '" + dir.path().string() + "'\n"},
-      {"short", shortFile, "The file '" + shortFile + "'is not a  EMIR database file.\n"},
-      {"no zero in header", noZero, "The file '" + noZero + "'is not a  EMIR database file.\n"},
-      {"tag-less legacy", legacy, kraDB::legacyReadError(legacy)},
-      {"tag-less legacy of a 32-bit producer", legacy32, kraDB::legacyReadError(legacy32)},
-      {"tag-less foreign", foreign, "The file '" + foreign + "'is not a  EMIR database file.\n"},
-      {"empty", empty, "The file '" + empty + "'is not a  EMIR database file.\n"},
-      {"version 4.89999", old, kraDB::legacyReadError(old)},
-      {"32-bit", db32, kraDB::k32BitDatabaseError},
+      {"missing", "-", kOpen},
+      {"short: tags of version 5 but only 80 bytes", kStandard, kNotDatabase},
+      {"no zero in the header", kStandard + std::string(1124 - kStandard.size(), 'x'),
+       kNotDatabase},
+      {"tag-less legacy", std::string(96, 'x') + "begin" + std::string(3000, 'x'), kLegacy},
+      {"tag-less legacy of a 32-bit producer", std::string(48, 'x') + std::string(77, '*') + "\n",
+       kLegacy},
+      {"tag-less foreign", std::string(3000, 'x'), kNotDatabase},
+      {"empty", "", kNotDatabase},
+      {"version 4.89999", padded("<><><>;<version>4.89999<\\version>;<\\><\\><\\>;\n"), kLegacy},
+      {"32-bit",
+       padded("<><><>;<architecture>32<\\architecture>;<version>5<\\version>;<\\><\\><\\>;\n"),
+       k32Bit},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.label);
-    EXPECT_EQ(errorOf([&] { kraDBFile db(c.path); }), c.text);
+    SCOPED_TRACE(c.name);
+    const std::string path = dir.file(c.name);
+    if (c.bytes != "-") {
+      writeFile(path, c.bytes);
+    }
+    EXPECT_EQ(errorOf([&] { kraDBFile db(path); }), text(c.kind, path));
   }
+  EXPECT_EQ(errorOf([&] { kraDBFile db(dir.path().string()); }), text(kOpen, dir.path().string()));
+  const std::string legacy = dir.file("tag-less legacy");
   EXPECT_NE(kraDB::legacyReadError(legacy).find(legacy), std::string::npos);
   EXPECT_NE(kraDB::legacyReadError(legacy).find("not supported"), std::string::npos);
 
@@ -423,15 +419,7 @@ TEST(DbFile, FileCutInsideTheLastRecordGivesAPartialRecordAndNoMore) {
     EXPECT_EQ(records[1].name, "node_2");
     EXPECT_EQ(records[1].tmin, 12.0);
     if (available > 0) {
-      const IRRecord want = expectedCut(lastPlain, available);
-      const IRRecord& got = records[2];
-      EXPECT_EQ(got.name, want.name);
-      EXPECT_TRUE(sameBits(got.rms, want.rms));
-      EXPECT_TRUE(sameBits(got.avg, want.avg));
-      EXPECT_TRUE(sameBits(got.peak, want.peak));
-      EXPECT_TRUE(sameBits(got.tpeak, want.tpeak));
-      EXPECT_TRUE(sameBits(got.min, want.min));
-      EXPECT_TRUE(sameBits(got.tmin, want.tmin));
+      EXPECT_EQ(dump(records[2]), dump(expectedCut(lastPlain, available)));
     }
     EXPECT_EQ(db.getNextIR(), nullptr);
     EXPECT_EQ(db.damage(),
@@ -457,22 +445,40 @@ TEST(DbFile, DamagedTablesAndLengthsNeverMakeRecordsFromNothing) {
     const char* label;
     std::string bytes;
     std::vector<std::string> names;
-    double firstTmin;  // tmin of the first record read, when there is one
+    double firstTmin;    // tmin of the first record read, when there is one
     std::string damage;  // what damage() says after the text "...' is damaged: "
   } cases[] = {
-      {"table claims more records", database(first, 1000, 0, 0, block(key, two)), {"a", "b"}, 6,
+      {"table claims more records",
+       database(first, 1000, 0, 0, block(key, two)),
+       {"a", "b"},
+       6,
        "it ends after 2 of the 1000 IR records its block table claims"},
-      {"negative count", database(first, -3, 0, 0, block(key, two)), {}, 0,
+      {"negative count",
+       database(first, -3, 0, 0, block(key, two)),
+       {},
+       0,
        "its block table claims -3 IR records"},
       // 1128 bytes of header and table, then a block of 4 + 5 key bytes and two records of 57.
-      {"offset past the end", database(int64_t{1} << 40, 2, 0, 0, block(key, two)), {}, 0,
+      {"offset past the end",
+       database(int64_t{1} << 40, 2, 0, 0, block(key, two)),
+       {},
+       0,
        "its IR block starts at byte offset 1099511627776, outside the file (1251 bytes)"},
-      {"offset at the end", database(first + 50, 2, 0, 0, block(key, two).substr(0, 50)), {}, 0,
+      {"offset at the end",
+       database(first + 50, 2, 0, 0, block(key, two).substr(0, 50)),
+       {},
+       0,
        "its IR block starts at byte offset 1178, outside the file (1178 bytes)"},
-      {"negative offset", database(-8, 2, 0, 0, block(key, two)), {}, 0,
+      {"negative offset",
+       database(-8, 2, 0, 0, block(key, two)),
+       {},
+       0,
        "its IR block starts at byte offset -8, outside the file (1251 bytes)"},
       // "<><>" read as a little-endian length is 0x3e3c3e3c.
-      {"offset 0 reads the header as a key", database(0, 2, 0, 0, block(key, two)), {}, 0,
+      {"offset 0 reads the header as a key",
+       database(0, 2, 0, 0, block(key, two)),
+       {},
+       0,
        "it ends inside the key of its IR block (1044135484 key bytes claimed at byte offset 0)"},
       {"largest key length",
        database(first, 2, 0, 0, le32(0xffffffffu) + std::string(64, '\x01')),

@@ -71,40 +71,6 @@ TEST(EMRecordTable, LaterRecordsOfTheSameNameWin) {
   EXPECT_EQ(table.recordAt(EMRecordTable::kNone), nullptr);
 }
 
-TEST(EMRecordTable, LookupsOnHandPickedNames) {
-  EMRecordTable table;
-  for (const char* name : {"top.x1.R2", "top.x1.R1", "top.x10.R1", "x1.R9", "a.top.x1.R0",
-                           "top.x1", "b.x1.c.x1.d", "R1.p", "top.sub.x1.R3"}) {
-    table.add(emRecord(name, 1));
-  }
-  table.finish();
-  auto name = [&](uint32_t rank) {
-    return rank == EMRecordTable::kNone ? std::string("-") : std::string(table.at(rank).name);
-  };
-  // Sorted: R1.p a.top.x1.R0 b.x1.c.x1.d top.sub.x1.R3 top.x1 top.x1.R1 top.x1.R2 top.x10.R1
-  // x1.R9 (capitals sort before small letters, "." before digits).
-  EXPECT_EQ(name(table.findFirstWithPrefix("top.x1.")), "top.x1.R1");
-  EXPECT_EQ(name(table.findFirstWithPrefix("top.x1")), "top.x1");
-  EXPECT_EQ(name(table.findFirstWithPrefix("top.x2.")), "-");
-  EXPECT_EQ(name(table.findFirstWithPrefix("")), "R1.p");
-  const std::vector<uint32_t> inside =
-      table.findFirstContainingDotted({"x1", "top.x1", "sub.x1", "c", "R0", "x10", "nothing"});
-  std::vector<std::string> insideNames;
-  for (uint32_t rank : inside) {
-    insideNames.push_back(name(rank));
-  }
-  EXPECT_EQ(insideNames, (std::vector<std::string>{"a.top.x1.R0", "a.top.x1.R0",
-                                                   "top.sub.x1.R3", "b.x1.c.x1.d", "-",
-                                                   "top.x10.R1", "-"}));
-  const std::vector<uint32_t> parts = table.findLastWithPart({"x1", "R1", "top", "d", "p", "x"});
-  std::vector<std::string> partNames;
-  for (uint32_t rank : parts) {
-    partNames.push_back(name(rank));
-  }
-  EXPECT_EQ(partNames, (std::vector<std::string>{"x1.R9", "top.x10.R1", "top.x10.R1",
-                                                 "b.x1.c.x1.d", "R1.p", "-"}));
-}
-
 TEST(EMRecordTable, LookupsAgreeWithRegularExpressionsOnRandomNames) {
   std::mt19937 random(12345);
   const std::string alphabet = "ab.+[$";

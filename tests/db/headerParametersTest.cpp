@@ -23,22 +23,12 @@ std::string headerFile(const std::string& text, const std::string& tail = "") {
 }
 
 TEST(HeaderParameters, SplitterDropsEmptyPartsAndSplitsAtAnyDelimiter) {
+  // Empty parts are dropped; a delimiter byte above 0x7f works like any other.
   const struct {
     std::string text;
     std::string delimiters;
     std::vector<std::string> parts;
-  } cases[] = {
-      {"a;;b;", ";", {"a", "b"}},
-      {";;;", ";", {}},
-      {"", ";", {}},
-      {"abc", ";", {"abc"}},
-      {"<version>5<\\version>", "<>", {"version", "5", "\\version"}},
-      {"<><><>", "<>", {}},
-      {"x\xff"
-       "y",
-       "\xff",
-       {"x", "y"}},
-  };
+  } cases[] = {{"a;;b;", ";", {"a", "b"}}, {";;;", ";", {}}, {"x\xffy", "\xff", {"x", "y"}}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.text);
     EXPECT_EQ(kraDB::splitAtAny(c.text, c.delimiters), c.parts);
@@ -62,7 +52,6 @@ TEST(HeaderParameters, ParsesTagTextIntoKeysAndValues) {
       {"closing tag unchecked", "<><><>;<v>1<w>;<\\><\\><\\>;\n", true, {{"v", "1"}}},
       {"empty value ignored", "<><><>;<v><\\v>;<\\><\\><\\>;\n", true, {}},
       {"extra parts ignored", "<><><>;<v>1<\\v>2;<\\><\\><\\>;\n", true, {}},
-      {"empty pieces", "<><><>;;;<v>1<\\v>;;<\\><\\><\\>;\n", true, {{"v", "1"}}},
       {"text after the end",
        kStandard + "<z>9<\\z>;",
        true,
@@ -106,7 +95,6 @@ TEST(HeaderParameters, VersionAndThirtyTwoBitRejection) {
       {"current", headerFile(kStandard), 5.0f},
       {"short file with tags", kStandard, 5.0f},
       {"no tags", std::string(3000, 'x'), -1.0f},
-      {"empty file", "", -1.0f},
       {"no version tag", headerFile("<><><>;<architecture>64<\\architecture>;<\\><\\><\\>;\n"),
        -1.0f},
       {"legacy version", headerFile("<><><>;<version>4.89999<\\version>;<\\><\\><\\>;\n"),
@@ -175,14 +163,12 @@ TEST(HeaderParameters, LegacyArchitectureGuessFollowsSizeThresholds) {
   } cases[] = {
       {"2096 bytes, begin at 48", legacy(2096, 48, "begin"), -1},
       {"2097 bytes, begin at 48", legacy(2097, 48, "begin"), 32},
-      {"2100 bytes, begin at 48", legacy(2100, 48, "begin"), 32},
       {"2100 bytes, begin at 96 only", legacy(2100, 96, "begin"), -1},
       {"2144 bytes, begin at 96", legacy(2144, 96, "begin"), -1},
       {"2145 bytes, begin at 96", legacy(2145, 96, "begin"), 64},
       {"2145 bytes, stars at 96", legacy(2145, 96, stars), 64},
       {"2145 bytes, 76 stars at 96", legacy(2145, 96, stars.substr(1)), -1},
       {"2145 bytes, stars at 48", legacy(2145, 48, stars), 32},
-      {"5000 bytes, begin at 48", legacy(5000, 48, "begin"), 32},
       {"5000 bytes, Begin at 96", legacy(5000, 96, "Begin"), -1},
       {"5000 bytes, no marker", legacy(5000, 0, ""), -1},
       {"empty", "", -1},
