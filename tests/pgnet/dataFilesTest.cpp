@@ -16,7 +16,6 @@
 #include "pgnet/network.h"
 #include "pgnet/networkBuilder.h"
 
-using pgnet_test::build;
 using pgnet_test::names;
 
 namespace {
@@ -32,12 +31,15 @@ TEST(LengthDataReader, ReadingRules) {
     std::string nodes;  // in name order
   } cases[] = {
       {"empty file", "", true, "", ""},
-      {"a last line without a line feed is not read", "a n1 n2 1 1 M1 nil", true, "", ""},
       {"only the unterminated last line is dropped", "b n1 n2 1 1 M1 nil\na n2 n3 1 1 M1 nil", true,
        "", "b"},
-      {"blank and tab separated fields", "a\tn1  n2\t 1 \t1 M1 nil \n", true, "", "a"},
-      {"fields after the seventh are ignored", "a n1 n2 1 1 M1 nil extra 9\n", true, "", "a"},
-      {"a CR before the line feed is white space", "a n1 n2 1 1 M1 V\r\n", true, "", "a"},
+      {"an error in an unterminated last line is never seen", "a n1 n2 1 1 M1 nil\nbad", true, "",
+       "a"},
+      {"blanks, tabs, CR and fields after the seventh", "a\tn1  n2\t 1 \t1 M1 V extra 9\r\n", true,
+       "", "a"},
+      {"NUL bytes are ordinary characters", std::string("a\0 n1 n2 1 1 M1 nil\n", 20), true, "",
+       std::string("a\0", 2)},
+      // A failed read keeps the nodes of earlier lines, uncalculated.
       {"an empty line in the middle", "a n1 n2 1 1 M1 nil\n\nb n2 n3 1 1 M1 nil\n", false,
        kError + "2:", "a"},
       {"too few fields", "a n1 n2 1 1 M1 nil\nb n2 n3 1 1 M1\n", false, kError + "2:b n2 n3 1 1 M1",
@@ -50,10 +52,6 @@ TEST(LengthDataReader, ReadingRules) {
        kError + "1:a n1 n2 1e999 1 M1 nil", ""},
       {"a line of blanks", "a n1 n2 1 1 M1 nil\nb n2 n3 1 1 M1 nil\n  \t \n", false,
        kError + "3:  \t ", "a b"},
-      {"an error in an unterminated last line is never seen", "a n1 n2 1 1 M1 nil\nbad", true, "",
-       "a"},
-      {"NUL bytes are ordinary characters", std::string("a\0 n1 n2 1 1 M1 nil\n", 20), true, "",
-       std::string("a\0", 2)},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.title);
@@ -62,17 +60,10 @@ TEST(LengthDataReader, ReadingRules) {
     EXPECT_EQ(network.readLengthData(in), c.ok);
     EXPECT_EQ(network.errorMessage, c.error);
     EXPECT_EQ(names(network.nodes), c.nodes);
+    for (const kraNode* node : network.nodes) {
+      EXPECT_EQ(node->totalLength, c.ok ? 1.0 : -1.0);
+    }
   }
-}
-
-TEST(LengthDataReader, AFailedReadKeepsEarlierNodesUncalculated) {
-  zeNetwork network(1.0, false);
-  std::istringstream in("a n1 n2 1 1 M1 nil\nb n2 n3 2 1 M1 nil\nc\n");
-  EXPECT_FALSE(network.readLengthData(in));
-  EXPECT_EQ(network.errorMessage, kError + "3:c");
-  ASSERT_NE(network.findNode("b"), nullptr);
-  EXPECT_EQ(network.findNode("a")->totalLength, -1.0);
-  EXPECT_EQ(network.findNode("b")->totalLength, -1.0);
 }
 
 TEST(LengthDataReader, VeryLongLinesAreCutNotHeldWhole) {
@@ -95,8 +86,10 @@ TEST(LengthDataReader, VeryLongLinesAreCutNotHeldWhole) {
 
 TEST(PGDataReader, FieldsComeInTheirOwnOrder) {
   zeNetwork network(1.0, false);
-  std::istringstream in("r1 M2 n1 n2 10.5 -3 0.25 4 rectangleVia\nr2 M1 n2 n3 1 2 3 5 nil\n");
-  ASSERT_TRUE(network.readPGData(in));
+  std::istringstream in("r1 M2 n1 n2 10.5 -3 0.25 4 rectangleVia\nr2 M2 n1 n2 1 2 3 4\n");
+  EXPECT_FALSE(network.readPGData(in));
+  // Errors use the length-data wording.
+  EXPECT_EQ(network.errorMessage, kError + "2:r2 M2 n1 n2 1 2 3 4");
   const kraNode* r1 = network.findNode("r1");
   ASSERT_NE(r1, nullptr);
   EXPECT_EQ(r1->layer, "M2");
@@ -107,17 +100,7 @@ TEST(PGDataReader, FieldsComeInTheirOwnOrder) {
   EXPECT_EQ(r1->width, 0.25);
   EXPECT_EQ(r1->length, 4.0);
   EXPECT_EQ(r1->viaType, 3u);
-  // Nothing is computed from PG data.
-  EXPECT_EQ(r1->totalLength, -1.0);
-  EXPECT_EQ(network.findNode("r2")->totalLength, -1.0);
-}
-
-TEST(PGDataReader, ErrorsUseTheLengthDataWording) {
-  zeNetwork network(1.0, false);
-  std::istringstream in("r1 M2 n1 n2 1 2 3 4 V\nr2 M2 n1 n2 1 2 3 4\n");
-  EXPECT_FALSE(network.readPGData(in));
-  EXPECT_EQ(network.errorMessage, kError + "2:r2 M2 n1 n2 1 2 3 4");
-  EXPECT_NE(network.findNode("r1"), nullptr);
+  EXPECT_EQ(r1->totalLength, -1.0);  // nothing is computed from PG data
 }
 
 // What a stream extraction makes of a whole field: the definition the reader follows.
@@ -145,57 +128,12 @@ void expectSameAsStream(const std::string& text) {
 }
 
 TEST(NumberFields, AcceptExactlyWhatAStreamAccepts) {
-  const char* fields[] = {
-      "1",
-      "0.5",
-      "2e-3",
-      "+2e-3",
-      "-0",
-      "-0.0",
-      ".5",
-      "5.",
-      "-.5",
-      "+.5e+2",
-      "1E5",
-      "1e+05",
-      "007",
-      "0.1",
-      "1.7976931348623157e308",
-      "1.8e308",
-      "1e999",
-      "-1e999",
-      "4.9e-324",
-      "2.2250738585072014e-308",
-      "1e-310",
-      "1e-400",
-      "0e999",
-      "0.000",
-      "1e",
-      "1e+",
-      "e5",
-      ".",
-      "-",
-      "+",
-      "+-1",
-      "--1",
-      "1..2",
-      "1.2.3",
-      "1e5.5",
-      "inf",
-      "-inf",
-      "nan",
-      "infinity",
-      "0x10",
-      "0x1p3",
-      "1,5",
-      "1_000",
-      "12345678901234567890123",
-      "1f",
-      "5e-5x",
-      "١",
-      "3.14159265358979323846264338327950288",
-  };
-  for (const char* field : fields) {
+  std::istringstream fields(
+      "1 0.5 +2e-3 -0 -0.0 .5 5. -.5 +.5e+2 1E5 1e+05 007 0.1 1.7976931348623157e308 1.8e308 "
+      "1e999 -1e999 4.9e-324 2.2250738585072014e-308 1e-310 1e-400 0e999 0.000 1e 1e+ e5 . - + "
+      "+-1 --1 1..2 1.2.3 1e5.5 inf -inf nan infinity 0x10 0x1p3 1,5 1_000 1f 5e-5x \u0661 "
+      "12345678901234567890123 3.14159265358979323846264338327950288");
+  for (std::string field; fields >> field;) {
     expectSameAsStream(field);
   }
 }
@@ -218,24 +156,10 @@ TEST(NumberFields, RandomFieldsParseLikeAStream) {
 }
 
 TEST(NumberOutput, MatchesTheStreamsDefaultFormat) {
-  std::vector<double> values = {0.0,
-                                -0.0,
-                                1.0,
-                                -1.5,
-                                30.0,
-                                0.1,
-                                1e-5,
-                                1.23456e-5,
-                                123456.0,
-                                1234567.0,
-                                999999.5,
-                                9999995.0,
-                                1e100,
-                                -2.5e-300,
-                                4.9e-324,
-                                std::numeric_limits<double>::max(),
-                                std::numeric_limits<double>::infinity(),
-                                -std::numeric_limits<double>::infinity()};
+  const double inf = std::numeric_limits<double>::infinity();
+  std::vector<double> values = {0.0,   -0.0,       1.0,      -1.5,      30.0,     0.1,
+                                1e-5,  1.23456e-5, 123456.0, 1234567.0, 999999.5, 9999995.0,
+                                1e100, -2.5e-300,  4.9e-324, DBL_MAX,   inf,      -inf};
   std::mt19937_64 random(7);
   for (int i = 0; i < 5000; ++i) {
     uint64_t bits = random();
@@ -267,40 +191,32 @@ class CountingBuffer : public std::stringbuf {
   }
 };
 
-TEST(LengthDataWriter, WritesOneFlushedLinePerNodeInNameOrder) {
+TEST(Writers, WriteOneFlushedLinePerNodeOrGrid) {
   zeNetwork network(1.0, false);
   std::istringstream in("v a b 0.5 1 V12 V\nm2 b c 2 1 M1 nil\nm1 a d 1 1 M1 nil\n");
   ASSERT_TRUE(network.readLengthData(in));
-  CountingBuffer buffer;
-  std::ostream out(&buffer);
-  EXPECT_TRUE(network.writeLengthData(out));
-  // v: net a has m1 (1), net b has m2 (2); 1 > 2 fails, so 2 from m2 and its layer M1;
-  // no layer stack, so no top or bottom metal.
-  EXPECT_EQ(buffer.str(), "m1\t1\tM\nm2\t2\tM\nv\t2\tV\tM1\t##nil##\t##nil##\n");
-  EXPECT_EQ(buffer.syncs, 3);
-}
+  CountingBuffer lengths;
+  std::ostream lengthOut(&lengths);
+  EXPECT_TRUE(network.writeLengthData(lengthOut));
+  // In name order. v: net a has m1 (1), net b has m2 (2); 1 > 2 fails, so 2 from m2 and its
+  // layer M1; no layer stack, so no top or bottom metal.
+  EXPECT_EQ(lengths.str(), "m1\t1\tM\nm2\t2\tM\nv\t2\tV\tM1\t##nil##\t##nil##\n");
+  EXPECT_EQ(lengths.syncs, 3);
 
-TEST(PGDataWriter, WritesOneLinePerGridWithATabAfterEveryName) {
-  zeNetwork network(1.0, false);
-  const auto made = build(network, {{"a", "1", "2"}, {"b", "2", "3"}});
+  // A tab after every name; a grid without nodes is still a line.
   auto grid = std::make_unique<kraPowerGrid>();
   grid->lv2v = 12.5;
   grid->currentDiff = 0.125;
-  grid->nodes = {made[1], made[0]};
+  grid->nodes = {network.findNode("v"), network.findNode("m1")};
   network.powerGrids.push_back(std::move(grid));
-  auto empty = std::make_unique<kraPowerGrid>();
-  empty->lv2v = 1e-7;
-  network.powerGrids.push_back(std::move(empty));
-  CountingBuffer buffer;
-  std::ostream out(&buffer);
-  EXPECT_TRUE(network.writePGData(out));
-  EXPECT_EQ(buffer.str(), "12.5\t0.125\tb\ta\t\n1e-07\t0\t\n");
-  EXPECT_EQ(buffer.syncs, 2);
+  network.powerGrids.push_back(std::make_unique<kraPowerGrid>());
+  network.powerGrids.back()->lv2v = 1e-7;
+  CountingBuffer grids;
+  std::ostream gridOut(&grids);
+  EXPECT_TRUE(network.writePGData(gridOut));
+  EXPECT_EQ(grids.str(), "12.5\t0.125\tv\tm1\t\n1e-07\t0\t\n");
+  EXPECT_EQ(grids.syncs, 2);
 }
-
-}  // namespace
-
-namespace {
 
 TEST(Readers, HostileInputNeverCrashes) {
   // Random bytes, mangled valid lines and cut-off files: each read either succeeds or stops

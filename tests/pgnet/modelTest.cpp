@@ -59,11 +59,7 @@ TEST(Node, ViaTypesAndDirections) {
 TEST(Network, NetsHoldTheirNodesOnceInCreationOrder) {
   // Names and creation order disagree on purpose: only creation order counts.
   zeNetwork network(1.0, false);
-  const auto made = build(network, {{"zz", "n", "n"},
-                                    {"aa", "b", "n"},
-                                    {"mm", "n", "c", 1, 1, "M1", "V"},
-                                    {"bb", "d", "n"},
-                                    {"cc", "e", "f"}});
+  const auto made = build(network, "zz n n; aa b n; mm n c 1 1 M1 V; bb d n; cc e f");
   EXPECT_EQ(made[0]->edge1, made[0]->edge2);
   EXPECT_EQ(made[0]->otherEdge(made[0]->edge1), made[0]->edge1);
   EXPECT_EQ(names(network.getEdge("n")->nodes()), "zz aa mm bb");
@@ -85,13 +81,8 @@ TEST(Network, NetsHoldTheirNodesOnceInCreationOrder) {
 
 TEST(Network, NameIndexIsByteWiseAndKeepsTheLaterOfTwoNames) {
   zeNetwork network(1.0, false);
-  const auto made = build(network, {{"b", "n1", "n2", 1.0},
-                                    {"a", "n2", "n3"},
-                                    {"b", "n3", "n4", 7.0},
-                                    {"\xc3\xa9", "1", "2"},
-                                    {"B", "1", "2"},
-                                    {"a1", "1", "2"},
-                                    {"_", "1", "2"}});
+  const auto made =
+      build(network, "b n1 n2 1.0; a n2 n3; b n3 n4 7.0; \xc3\xa9 1 2; B 1 2; a1 1 2; _ 1 2");
   EXPECT_EQ(names(network.nodes), "B _ a a1 b \xc3\xa9");
   EXPECT_EQ(network.findNode("b"), made[2]);
   EXPECT_EQ(network.findNode("c"), nullptr);
@@ -177,10 +168,7 @@ TEST(Network, CompareFloatValueAcceptsEqualOrWithinTolerance) {
 
 TEST(Network, LeafNodesHaveNoSameLayerNeighbourOnOneNet) {
   zeNetwork network(1.0, false);
-  const auto made = build(network, {{"a", "n1", "n2"},
-                                    {"b", "n2", "n3"},
-                                    {"d", "n4", "n1", 1, 1, "V12", "V"},
-                                    {"e", "n2", "n5"}});
+  const auto made = build(network, "a n1 n2; b n2 n3; d n4 n1 1 1 V12 V; e n2 n5");
   kraNode* a = made[0];
   EXPECT_TRUE(zeNetwork::isLeafNode(a->edge1, a));  // d sits on n1 but is on another layer
   EXPECT_FALSE(zeNetwork::isLeafNode(a->edge2, a));
@@ -202,9 +190,7 @@ TEST(Network, DefaultsComeFromTheDesignAndTheEnvironment) {
 
 TEST(Segment, KeepsCreationOrderAndAnswersLayerAndMembership) {
   zeNetwork network(1.0, false);
-  const auto made = build(network, {{"z", "n1", "n2", 1, 1, "M4"},
-                                    {"a", "n2", "n3", 1, 1, "M4"},
-                                    {"q", "n3", "n4", 1, 1, "M4"}});
+  const auto made = build(network, "z n1 n2 1 1 M4; a n2 n3 1 1 M4; q n3 n4 1 1 M4");
   kraSegment segment(std::vector<kraNode*>{made[2], made[0], made[2]});
   EXPECT_EQ(names(segment.nodes()), "z q");
   EXPECT_EQ(segment.getLayer(), "M4");
@@ -217,8 +203,7 @@ TEST(Segment, KeepsCreationOrderAndAnswersLayerAndMembership) {
   // a chain of nodes, handed over back to front.
   std::vector<kraNode*> all;
   for (int i = 0; i < 3000; ++i) {
-    const std::string name = "n" + std::to_string(i);
-    all.push_back(build(network, {{name.c_str(), "x", "y"}})[0]);
+    all.push_back(build(network, "n" + std::to_string(i) + " x y")[0]);
   }
   for (size_t count : {10u, 63u, 64u, 1000u}) {
     SCOPED_TRACE(count);
@@ -238,12 +223,7 @@ TEST(Segment, KeepsCreationOrderAndAnswersLayerAndMembership) {
 TEST(Segment, LeafAndNextFollowTheStripAndStopOnALoop) {
   zeNetwork network(1.0, false);
   // A strip s1-s2-s3 (nets a..d), a stranger on net b, and a pair p1/p2 forming a loop.
-  const auto made = build(network, {{"s2", "b", "c"},
-                                    {"s1", "a", "b"},
-                                    {"x", "b", "e"},
-                                    {"s3", "d", "c"},
-                                    {"p1", "f", "g"},
-                                    {"p2", "g", "f"}});
+  const auto made = build(network, "s2 b c; s1 a b; x b e; s3 d c; p1 f g; p2 g f");
   kraSegment strip(std::vector<kraNode*>{made[0], made[1], made[3]});
   kraNode* s2 = made[0];
   const kraEdgeNodePair leaf = strip.getLeafNode({s2, s2->edge1});

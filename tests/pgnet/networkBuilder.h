@@ -9,24 +9,19 @@
 
 namespace pgnet_test {
 
-/// One node as a test writes it.
-struct Piece {
-  const char* name;
-  const char* net1;
-  const char* net2;
-  double length = 1.0;
-  double width = 1.0;
-  const char* layer = "M1";
-  const char* via = "nil";
-  double x = -1.0;
-  double y = -1.0;
-};
-
-inline std::vector<kraNode*> build(zeNetwork& network, const std::vector<Piece>& pieces) {
+/// Makes one node per ';'-separated item "name net1 net2 [length [width [layer [via [x y]]]]]"
+/// (by default 1, 1, M1, nil, -1, -1) and returns them in order.
+inline std::vector<kraNode*> build(zeNetwork& network, const std::string& pieces) {
   std::vector<kraNode*> made;
-  for (const Piece& p : pieces) {
-    made.push_back(
-        network.createNode({p.name, p.net1, p.net2, p.length, p.width, p.layer, p.via, p.x, p.y}));
+  std::istringstream items(pieces);
+  for (std::string item; std::getline(items, item, ';');) {
+    std::istringstream in(item);
+    std::string name, net1, net2, layer = "M1", via = "nil";
+    double length = 1.0, width = 1.0, x = -1.0, y = -1.0;
+    if (in >> name >> net1 >> net2) {
+      in >> length >> width >> layer >> via >> x >> y;
+      made.push_back(network.createNode({name, net1, net2, length, width, layer, via, x, y}));
+    }
   }
   return made;
 }

@@ -21,6 +21,7 @@
 #include <memory>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "pgnet/dbNetwork.h"
@@ -28,7 +29,6 @@
 #include "pgnet/networkBuilder.h"
 
 using pgnet_test::build;
-using pgnet_test::Piece;
 
 namespace {
 
@@ -36,11 +36,11 @@ using Currents = std::vector<pgnet::InstanceCurrent>;
 
 const std::vector<std::string> kStack = {"V1", "M2", "M1", "V2", "M3", "M2"};
 
-const std::vector<Piece> kBaseStrip = {
-    {"T1", "n0", "u0", 1, 1, "V1", "squareVia", 0, 0}, {"A", "n0", "n1", 1, 1, "M1", "nil", 1, 0},
-    {"B", "n1", "n2", 1, 1, "M1", "nil", 2, 0},        {"X", "n2", "u2", 1, 1, "V1", "V", 2.5, 0},
-    {"C", "n2", "n3", 1, 1, "M1", "nil", 3, 0},        {"D", "n3", "n4", 1, 1, "M1", "nil", 4, 0},
-    {"T2", "n4", "u4", 1, 1, "V1", "squareVia", 5, 0}};
+// Pieces as "name net1 net2 length width layer via x y".
+const std::string kBaseStrip =
+    "T1 n0 u0 1 1 V1 squareVia 0 0; A n0 n1 1 1 M1 nil 1 0; B n1 n2 1 1 M1 nil 2 0; "
+    "X n2 u2 1 1 V1 V 2.5 0; C n2 n3 1 1 M1 nil 3 0; D n3 n4 1 1 M1 nil 4 0; "
+    "T2 n4 u4 1 1 V1 squareVia 5 0";
 
 /// A clean run of direction 5: terminal vias 5, the middle via 6 and the two end pieces in
 /// opposite senses along the walk.
@@ -64,7 +64,33 @@ Currents changed(const Currents& changes) {
   return currents;
 }
 
-std::unique_ptr<zeNetwork> baseNetwork(const std::vector<Piece>& pieces = kBaseStrip) {
+/// The base strip with each changed piece in place of the piece of its name; pieces of new
+/// names are made before the strip.
+std::string withPieces(const std::string& changes) {
+  auto items = [](const std::string& text) {
+    std::vector<std::pair<std::string, std::string>> list;  // name, item
+    std::istringstream in(text);
+    for (std::string item, name; std::getline(in, item, ';');) {
+      std::istringstream(item) >> name;
+      list.emplace_back(name, item);
+    }
+    return list;
+  };
+  auto changed = items(changes);
+  std::string strip;
+  for (const auto& [name, item] : items(kBaseStrip)) {
+    auto it = std::find_if(changed.begin(), changed.end(),
+                           [&](const auto& change) { return change.first == name; });
+    strip += ";" + (it != changed.end() ? std::exchange(it->second, "") : item);
+  }
+  std::string before;
+  for (const auto& change : changed) {
+    before += change.second + ";";
+  }
+  return before + strip;
+}
+
+std::unique_ptr<zeNetwork> baseNetwork(const std::string& pieces = kBaseStrip) {
   auto network = std::make_unique<zeNetwork>(1.0, false);
   build(*network, pieces);
   network->setLayerStack(kStack);
@@ -72,98 +98,62 @@ std::unique_ptr<zeNetwork> baseNetwork(const std::vector<Piece>& pieces = kBaseS
 }
 
 TEST(PowerGrids, StripsBetweenTerminalVias) {
-  using Edit = void (*)(std::vector<Piece>&);
   const struct {
     const char* what;
-    Edit edit;  // of the base strip, when not null
+    const char* pieces;  // changed or added
     Currents changes;
     const char* expected;
   } cases[] = {
       // Direction 5 lists the vias inside the run after the node before them; lv2v is the x
       // distance of the end vias on a common y, the difference |2 - 1.5| / 2.
-      {"direction 5", nullptr, {}, "5\t0.25\tA\tB\tX\tC\tD\t\n"},
+      {"direction 5", "", {}, "5\t0.25\tA\tB\tX\tC\tD\t\n"},
       // Direction 6 lists the terminal vias after the first and the last metal node instead.
-      {"direction 6", nullptr, kToDirection6, "5\t0.25\tA\tT1\tB\tC\tD\tT2\t\n"},
-      {"zero current at the end", nullptr, {{"D", 0, 0.0}}, ""},
-      {"zero current at the start", nullptr, {{"A", 1, 0.0}}, ""},
-      {"both ends with the walk", nullptr, {{"D", 1, 1.5}}, ""},
-      {"a middle via of the run's own direction", nullptr, {{"X", 0, 1.0}}, ""},
+      {"direction 6", "", kToDirection6, "5\t0.25\tA\tT1\tB\tC\tD\tT2\t\n"},
+      {"zero current at the end", "", {{"D", 0, 0.0}}, ""},
+      {"zero current at the start", "", {{"A", 1, 0.0}}, ""},
+      {"both ends with the walk", "", {{"D", 1, 1.5}}, ""},
+      {"a middle via of the run's own direction", "", {{"X", 0, 1.0}}, ""},
       // Only the two ends' currents count.
       {"middle pieces without data",
-       nullptr,
+       "",
        {{"B", -1, 0.0}, {"C", -1, 0.0}},
        "5\t0.25\tA\tB\tX\tC\tD\t\n"},
       {"a negative current counts by its size",
-       nullptr,
+       "",
        {{"D", 0, -6.0}},
        "5\t0.666667\tA\tB\tX\tC\tD\t\n"},
-      {"two vias on the end net",
-       [](std::vector<Piece>& p) {
-         p.push_back({"T3", "n4", "u5", 1, 1, "V1", "squareVia", 5, 1});
-       },
-       {{"T3", 0, 1.0}},
-       ""},
-      {"an end via that is not terminal",
-       [](std::vector<Piece>& p) { p.back().via = "V"; },
-       {},
-       ""},
-      {"a jog off the middle net",
-       [](std::vector<Piece>& p) {
-         p.push_back({"J", "n2", "j1", 1, 1, "M1", "nil", 2.5, 1});
-       },
-       {},
-       ""},
+      {"two vias on the end net", "T3 n4 u5 1 1 V1 squareVia 5 1", {{"T3", 0, 1.0}}, ""},
+      {"an end via that is not terminal", "T2 n4 u4 1 1 V1 V 5 0", {}, ""},
+      {"a jog off the middle net", "J n2 j1 1 1 M1 nil 2.5 1", {}, ""},
       {"end vias on a common x",
-       [](std::vector<Piece>& p) {
-         p.front().x = p.back().x = 2;
-         p.front().y = 1;
-         p.back().y = 8;
-       },
+       "T1 n0 u0 1 1 V1 squareVia 2 1; T2 n4 u4 1 1 V1 squareVia 2 8",
        {},
        "7\t0.25\tA\tB\tX\tC\tD\t\n"},
       {"end vias on a diagonal",
-       [](std::vector<Piece>& p) {
-         p.back().x = 6;
-         p.back().y = 8;
-       },
+       "T2 n4 u4 1 1 V1 squareVia 6 8",
        {},
        "10\t0.25\tA\tB\tX\tC\tD\t\n"},
       // T2 ends the first run and starts the second one.
       {"two runs in a row",
-       [](std::vector<Piece>& p) {
-         p.push_back({"E", "n4", "n5", 1, 1, "M1", "nil", 6, 0});
-         p.push_back({"F", "n5", "n6", 1, 1, "M1", "nil", 7, 0});
-         p.push_back({"T3", "n6", "u6", 1, 1, "V1", "squareVia", 8, 0});
-       },
+       "E n4 n5 1 1 M1 nil 6 0; F n5 n6 1 1 M1 nil 7 0; T3 n6 u6 1 1 V1 squareVia 8 0",
        {{"E", 1, 1.0}, {"F", 0, 4.0}, {"T3", 0, 1.0}},
        "5\t0.25\tA\tB\tX\tC\tD\t\n3\t0.75\tE\tF\t\n"},
       // The metal above the vias sees every via current the other way round.
       {"the strip above the vias",
-       [](std::vector<Piece>& p) {
-         for (Piece& piece : p) {
-           piece.layer = std::string(piece.layer) == "M1" ? "M2" : piece.layer;
-         }
-       },
+       "A n0 n1 1 1 M2 nil 1 0; B n1 n2 1 1 M2 nil 2 0; C n2 n3 1 1 M2 nil 3 0; "
+       "D n3 n4 1 1 M2 nil 4 0",
        kToDirection6, "5\t0.25\tA\tB\tX\tC\tD\t\n"},
       // An M2 strip between V2 vias (M2 is V2's lower layer), made before the M1 strip, comes
       // after it.
       {"layers in name order",
-       [](std::vector<Piece>& p) {
-         p.insert(p.begin(), {{"P1", "m0", "w0", 1, 1, "V2", "viaArray", 0, 10},
-                              {"P", "m0", "m1", 1, 1, "M2", "nil", 1, 10},
-                              {"Q", "m1", "m2", 1, 1, "M2", "nil", 2, 10},
-                              {"P2", "m2", "w2", 1, 1, "V2", "rectangleVia", 3, 10}});
-       },
+       "P1 m0 w0 1 1 V2 viaArray 0 10; P m0 m1 1 1 M2 nil 1 10; Q m1 m2 1 1 M2 nil 2 10; "
+       "P2 m2 w2 1 1 V2 rectangleVia 3 10",
        {{"P1", 0, 1.0}, {"P2", 0, 1.0}, {"P", 1, 4.0}, {"Q", 0, 4.0}},
        "5\t0.25\tA\tB\tX\tC\tD\t\n3\t0\tP\tQ\t\n"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
-    std::vector<Piece> pieces = kBaseStrip;
-    if (c.edit != nullptr) {
-      c.edit(pieces);
-    }
-    auto network = baseNetwork(pieces);
+    auto network = baseNetwork(withPieces(c.pieces));
     pgnet::PGSessionData data;
     data.cadGrid = 0.001;
     data.instances = changed(c.changes);
@@ -176,9 +166,8 @@ TEST(PowerGrids, StripsBetweenTerminalVias) {
 
 TEST(PowerGrids, WalkStartsAtTheOuterNetOfTheFirstNodesSide) {
   // B is made first; A is reversed (its net1 is the inner net n1).
-  auto network = baseNetwork({{"B", "n1", "n2", 1, 1, "M1", "nil", 2, 0},
-                              {"A", "n1", "n0", 1, 1, "M1", "nil", 1, 0},
-                              {"C", "n2", "n3", 1, 1, "M1", "nil", 3, 0}});
+  auto network =
+      baseNetwork("B n1 n2 1 1 M1 nil 2 0; A n1 n0 1 1 M1 nil 1 0; C n2 n3 1 1 M1 nil 3 0");
   network->copyCurrentDirectionData(Currents{{"A", 1, 1.0}, {"B", 1, 1.0}, {"C", 0, 1.0}});
   network->findMetalSegments();
   ASSERT_EQ(network->segments.size(), 1u);
@@ -197,11 +186,8 @@ TEST(PowerGrids, WalkStartsAtTheOuterNetOfTheFirstNodesSide) {
 
 TEST(PowerGrids, AClosedStripEndsItsWalk) {
   // Two pieces joining the same two nets form a loop that the filters keep.
-  const std::vector<Piece> loop = {{"P", "a", "b", 1, 1, "M1", "nil", 0, 0},
-                                   {"Q", "b", "a", 1, 1, "M1", "nil", 0, 0}};
-  std::vector<Piece> tailed = loop;
-  tailed.push_back({"R", "a", "c", 1, 1, "M1", "nil", 0, 0});
-  auto network = baseNetwork(tailed);
+  const std::string loop = "P a b 1 1 M1 nil 0 0; Q b a 1 1 M1 nil 0 0";
+  auto network = baseNetwork(loop + "; R a c 1 1 M1 nil 0 0");
   network->findMetalSegments();
   ASSERT_EQ(network->segments.size(), 1u);
   network->populateNodeStack(network->segments[0].get());
