@@ -180,8 +180,6 @@ TEST(PsfFile, MalformedFilesNameTheLine) {
       {"empty", "",
        "mem.psf: line 1: not a PSF ASCII file: it does not start with HEADER (found "
        "the end of the file)"},
-      {"binary bytes", std::string("\0\0\0\x04PSF", 7),
-       "mem.psf: line 1: not a PSF ASCII file: it does not start with HEADER"},
       {"string not closed", "HEADER\n\"PSFversion\" \"1.00\n",
        "mem.psf: line 2: a string that starts here is not closed"},
       {"header value missing", "HEADER\n\"a\" END\n",
