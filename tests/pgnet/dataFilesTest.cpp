@@ -92,15 +92,11 @@ TEST(PGDataReader, FieldsComeInTheirOwnOrder) {
   EXPECT_EQ(network.errorMessage, kError + "2:r2 M2 n1 n2 1 2 3 4");
   const kraNode* r1 = network.findNode("r1");
   ASSERT_NE(r1, nullptr);
-  EXPECT_EQ(r1->layer, "M2");
-  EXPECT_EQ(r1->edge1->name, "n1");
-  EXPECT_EQ(r1->edge2->name, "n2");
-  EXPECT_EQ(r1->x, 10.5);
-  EXPECT_EQ(r1->y, -3.0);
-  EXPECT_EQ(r1->width, 0.25);
-  EXPECT_EQ(r1->length, 4.0);
-  EXPECT_EQ(r1->viaType, 3u);
-  EXPECT_EQ(r1->totalLength, -1.0);  // nothing is computed from PG data
+  std::ostringstream fields;
+  fields << r1->layer << ' ' << r1->edge1->name << ' ' << r1->edge2->name << ' ' << r1->x << ' '
+         << r1->y << ' ' << r1->width << ' ' << r1->length << ' ' << r1->viaType << ' '
+         << r1->totalLength;
+  EXPECT_EQ(fields.str(), "M2 n1 n2 10.5 -3 0.25 4 3 -1");  // nothing is computed from PG data
 }
 
 // What a stream extraction makes of a whole field: the definition the reader follows.

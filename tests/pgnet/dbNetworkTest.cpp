@@ -12,6 +12,9 @@
 
 namespace {
 
+constexpr DBNetworkColumns kNames = DBNetworkColumns::kNamesOnly;
+constexpr DBNetworkColumns kNets = DBNetworkColumns::kWithNets;
+
 std::string dumpNodes(const kraDBNetwork& network) {
   std::string text;
   for (size_t i = 0; i < network.size(); ++i) {
@@ -33,36 +36,33 @@ TEST(DBNetworkInput, Reading) {
     std::string nodes;
     const char* error;
   } cases[] = {
-      {"names only", "R1 0\nR2 1\n", DBNetworkColumns::kNamesOnly, true, "R1|-|||-1|0;R2|F|||-1|0;",
-       ""},
-      {"with nets, no last line feed", "R1 0 a b 0 0\n\t R2  7 b c 1 -1",
-       DBNetworkColumns::kWithNets, true, "R1|-|a|b|0|0;R2|F|b|c|1|-1;", ""},
-      {"words, not lines", "R1\n\n0 R2\n-0", DBNetworkColumns::kNamesOnly, true,
-       "R1|-|||-1|0;R2|-|||-1|0;", ""},
-      {"signed flags", "R1 +3 R2 -2147483648", DBNetworkColumns::kNamesOnly, true,
-       "R1|F|||-1|0;R2|F|||-1|0;", ""},
-      {"empty", "", DBNetworkColumns::kWithNets, true, "", ""},
-      {"blank", " \n\t\r\n", DBNetworkColumns::kNamesOnly, true, "", ""},
-      {"a flag that is not a number", "R1 0\nR2 x\nR3 0\n", DBNetworkColumns::kNamesOnly, false,
-       "R1|-|||-1|0;", "line 2: the flag 'x' of node 'R2' is not a whole number"},
-      {"a fraction", "R1 1.5\n", DBNetworkColumns::kNamesOnly, false, "",
+      {"names only", "R1 0\nR2 1\n", kNames, true, "R1|-|||-1|0;R2|F|||-1|0;", ""},
+      {"with nets, no last line feed", "R1 0 a b 0 0\n\t R2  7 b c 1 -1", kNets, true,
+       "R1|-|a|b|0|0;R2|F|b|c|1|-1;", ""},
+      {"words, not lines", "R1\n\n0 R2\n-0", kNames, true, "R1|-|||-1|0;R2|-|||-1|0;", ""},
+      {"signed flags", "R1 +3 R2 -2147483648", kNames, true, "R1|F|||-1|0;R2|F|||-1|0;", ""},
+      {"empty", "", kNets, true, "", ""},
+      {"blank", " \n\t\r\n", kNames, true, "", ""},
+      {"a flag that is not a number", "R1 0\nR2 x\nR3 0\n", kNames, false, "R1|-|||-1|0;",
+       "line 2: the flag 'x' of node 'R2' is not a whole number"},
+      {"a fraction", "R1 1.5\n", kNames, false, "",
        "line 1: the flag '1.5' of node 'R1' is not a whole number"},
-      {"out of range", "R1 0\n\nR2 2147483648\n", DBNetworkColumns::kNamesOnly, false,
-       "R1|-|||-1|0;", "line 3: the flag '2147483648' of node 'R2' is not a whole number"},
-      {"two signs", "R1 +-1\n", DBNetworkColumns::kNamesOnly, false, "",
+      {"out of range", "R1 0\n\nR2 2147483648\n", kNames, false, "R1|-|||-1|0;",
+       "line 3: the flag '2147483648' of node 'R2' is not a whole number"},
+      {"two signs", "R1 +-1\n", kNames, false, "",
        "line 1: the flag '+-1' of node 'R1' is not a whole number"},
-      {"a name without its flag", "R1 0\nR2\n", DBNetworkColumns::kNamesOnly, false, "R1|-|||-1|0;",
+      {"a name without its flag", "R1 0\nR2\n", kNames, false, "R1|-|||-1|0;",
        "line 3: the input ends before the flag of node 'R2'"},
-      {"a node cut short", "R1 0 a b 0 0\nR2 0 a", DBNetworkColumns::kWithNets, false,
-       "R1|-|a|b|0|0;", "line 2: the input ends before the second net of node 'R2'"},
-      {"a bad type", "R1 0 a b t 0", DBNetworkColumns::kWithNets, false, "",
+      {"a node cut short", "R1 0 a b 0 0\nR2 0 a", kNets, false, "R1|-|a|b|0|0;",
+       "line 2: the input ends before the second net of node 'R2'"},
+      {"a bad type", "R1 0 a b t 0", kNets, false, "",
        "line 1: the type 't' of node 'R1' is not a whole number"},
-      {"a bad reversible flag", "R1 0 a b 0\n1e0", DBNetworkColumns::kWithNets, false, "",
+      {"a bad reversible flag", "R1 0 a b 0\n1e0", kNets, false, "",
        "line 2: the reversible flag '1e0' of node 'R1' is not a whole number"},
       {"zero bytes and garbage are words like any other", std::string("R\0x 0\n\x01\xff 1\n", 11),
-       DBNetworkColumns::kNamesOnly, true, std::string("R\0x|-|||-1|0;\x01\xff|F|||-1|0;", 25), ""},
-      {"a name too long", "R1 0 " + longName + " 0", DBNetworkColumns::kNamesOnly, false,
-       "R1|-|||-1|0;", "line 1: a name is longer than 1048576 bytes"},
+       kNames, true, std::string("R\0x|-|||-1|0;\x01\xff|F|||-1|0;", 25), ""},
+      {"a name too long", "R1 0 " + longName + " 0", kNames, false, "R1|-|||-1|0;",
+       "line 1: a name is longer than 1048576 bytes"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
@@ -91,11 +91,7 @@ TEST(DBNetworkInput, HierarchyAndResistorPrefixes) {
 }
 
 kraDB::EMRecord record(double avg, int64_t term1, int64_t term2) {
-  kraDB::EMRecord r;
-  r.avg = avg;
-  r.term1 = term1;
-  r.term2 = term2;
-  return r;
+  return {.name = "", .avg = avg, .term1 = term1, .term2 = term2};
 }
 
 TEST(DBNetworkDirections, NetMappingAndDirection) {
@@ -269,13 +265,11 @@ TEST(DBNetworkRecords, AttachmentSteps) {
     return text;
   };
   EXPECT_EQ(recordNames(network), "top.R1 top.R2.p top.x1.Ra chip.top.x2.R9 - z.R8 R7 - ");
-  EXPECT_EQ(counts.byName, 1u);
-  EXPECT_EQ(counts.byResistorPrefix, 1u);
-  EXPECT_EQ(counts.byPrefix, 1u);
-  EXPECT_EQ(counts.bySubstring, 1u);
-  EXPECT_EQ(counts.byPart, 2u);
-  EXPECT_EQ(counts.without, 2u);
-
+  // By name, resistor prefix, prefix, substring, part, and none.
+  const std::vector<size_t> expectedCounts = {1, 1, 1, 1, 2, 2};
+  EXPECT_EQ((std::vector<size_t>{counts.byName, counts.byResistorPrefix, counts.byPrefix,
+                                 counts.bySubstring, counts.byPart, counts.without}),
+            expectedCounts);
   // Without a hierarchy prefix: as every unflagged node is found by name, dotted parts are
   // never looked at.
   kraDBNetwork plain;
@@ -321,18 +315,10 @@ std::string readAll(std::FILE* file) {
 }
 
 TEST(DBNetworkRecords, Listing) {
-  kraDB::EMRecord a;
-  a.peak = -0.002;
-  a.avg = -0.00125;
-  a.rms = 0.0015;
-  a.tpeak = 3e-9;
-  a.avgPos = 0.0005;
-  kraDB::EMRecord b;
-  b.peak = 1234567;
-  b.avg = 100000;
-  b.rms = 1e-300;
-  b.tpeak = 0;
-  b.avgPos = -2;
+  const kraDB::EMRecord a{
+      .name = "", .rms = 0.0015, .avg = -0.00125, .peak = -0.002, .tpeak = 3e-9, .avgPos = 0.0005};
+  const kraDB::EMRecord b{
+      .name = "", .rms = 1e-300, .avg = 100000, .peak = 1234567, .tpeak = 0, .avgPos = -2};
   kraDBNetwork network;
   network.addNode("Rb", 0).record = &b;
   network.addNode("none", 0);

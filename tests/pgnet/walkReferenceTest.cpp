@@ -258,16 +258,16 @@ TEST(WalksAgainstRecursion, MetalGroupsAndLengths) {
   for (int round = 0; round < 1500; ++round) {
     SCOPED_TRACE(round);
     const std::vector<RandomPiece> pieces = randomPieces(random, round % 2 == 1);
-    const bool totalSum = round % 5 == 0;
 
-    auto ours = buildFrom(pieces);
-    ours->evalTotalSum = totalSum;
-    ours->evalCurrentDirection = true;
+    auto configured = [&] {
+      auto network = buildFrom(pieces);
+      network->evalTotalSum = round % 5 == 0;
+      network->evalCurrentDirection = true;
+      return network;
+    };
+    auto ours = configured();
     ours->calculateLengths();
-
-    auto theirs = buildFrom(pieces);
-    theirs->evalTotalSum = totalSum;
-    theirs->evalCurrentDirection = true;
+    auto theirs = configured();
     metalLengths(*theirs);
     theirs->evalTopNet();
     for (kraNode* node : theirs->nodes) {
