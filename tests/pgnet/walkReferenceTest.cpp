@@ -200,47 +200,39 @@ void stripPass(const kraSegment* segment, double tolerance, int mode,
   }
 }
 
-struct JogReference {
-  explicit JogReference(const kraSegment* s) : segment(s) {}
-  const kraSegment* segment;
-  // Calls in progress; meeting one again means the recursion would never end.
-  std::vector<std::pair<kraEdge*, kraNode*>> path;
-  bool cyclic = false;
-
-  bool check(kraEdge* edge, kraNode* from) {
-    if (edge == nullptr || edge->nodes().empty() || cyclic) {
-      return true;
-    }
-    if (std::find(path.begin(), path.end(), std::make_pair(edge, from)) != path.end()) {
-      cyclic = true;
-      return true;
-    }
-    path.emplace_back(edge, from);
-    int inside = 0;
-    int outside = 0;
-    bool result = true;
-    for (kraNode* node : edge->nodes()) {
-      if (node == from || node->layer != from->layer) {
-        continue;
-      }
-      if (segment->contains(node)) {
-        if (!check(node->otherEdge(edge), node)) {
-          result = false;
-          break;
-        }
-        ++inside;
-      } else {
-        ++outside;
-      }
-      if (inside > 0 && outside > 0) {
-        result = false;
-        break;
-      }
-    }
-    path.pop_back();
-    return result;
+// The recursive jog/branch check. `path` holds the calls in progress: meeting one again means
+// a cycle, where the recursion would never end, and sets `cyclic`.
+bool jogCheck(const kraSegment* segment, kraEdge* edge, kraNode* from,
+              std::vector<std::pair<kraEdge*, kraNode*>>& path, bool& cyclic) {
+  if (edge == nullptr || edge->nodes().empty() || cyclic) {
+    return true;
   }
-};
+  if (std::find(path.begin(), path.end(), std::make_pair(edge, from)) != path.end()) {
+    cyclic = true;
+    return true;
+  }
+  path.emplace_back(edge, from);
+  int inside = 0;
+  int outside = 0;
+  bool result = true;
+  for (kraNode* node : edge->nodes()) {
+    if (node == from || node->layer != from->layer) {
+      continue;
+    }
+    const bool in = segment->contains(node);
+    if (in && !jogCheck(segment, node->otherEdge(edge), node, path, cyclic)) {
+      result = false;
+      break;
+    }
+    ++(in ? inside : outside);
+    if (inside > 0 && outside > 0) {
+      result = false;
+      break;
+    }
+  }
+  path.pop_back();
+  return result;
+}
 
 std::string listNames(const std::vector<std::vector<kraNode*>>& lists) {
   std::string text;
@@ -351,12 +343,13 @@ TEST(WalksAgainstRecursion, StripsPartsJogsAndLeaves) {
         checked.push_back(strip.get());
       }
       for (const kraSegment* candidate : checked) {
-        JogReference jog(candidate);
+        std::vector<std::pair<kraEdge*, kraNode*>> path;
+        bool cyclic = false;
         kraNode* first = candidate->getAnyNode();
-        const bool check1 = jog.check(first->edge1, first);
-        const bool check2 = jog.check(first->edge2, first);
+        const bool check1 = jogCheck(candidate, first->edge1, first, path, cyclic);
+        const bool check2 = jogCheck(candidate, first->edge2, first, path, cyclic);
         const bool ours = kraJogOrBranchFilter(candidate).result();
-        if (!jog.cyclic) {
+        if (!cyclic) {
           ASSERT_EQ(ours, check1 && check2) << names(candidate->nodes());
           jogFailures += ours ? 0 : 1;
         }
