@@ -1,10 +1,21 @@
 #include "app/outputFile.h"
 
+#include <cerrno>
 #include <utility>
+
+#include "simdata/mappedFile.h"
+
+bool mayOverwrite(const char* path) {
+  if (simdata::isMappedForReading(path)) {
+    errno = ETXTBSY;
+    return false;
+  }
+  return true;
+}
 
 OutputFile::OutputFile(const char* path, const char* mode)
     : path_(path != nullptr ? path : ""),
-      file_(path != nullptr ? std::fopen(path, mode) : nullptr) {}
+      file_(path != nullptr && mayOverwrite(path) ? std::fopen(path, mode) : nullptr) {}
 
 OutputFile::~OutputFile() { close(); }
 

@@ -10,6 +10,11 @@
 /// and the file name.
 inline constexpr const char* kWriteErrorText = "%s: error writing output file %s.\n";
 
+/// Whether a command may open `path` for writing: not when it is a results file this process
+/// reads through a memory map, which rewriting would pull from under the reader (the open
+/// then fails like any other, with the command's own message, and the file is kept).
+bool mayOverwrite(const char* path);
+
 /// A file a command writes, opened with a stdio mode. Closing tells whether every byte written
 /// reached the file; the destructor closes without telling (for paths that wrote nothing).
 class OutputFile {

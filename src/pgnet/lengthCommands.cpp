@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "app/analyzeNetlist.h"
+#include "app/outputFile.h"
 #include "db/designGlobals.h"
 #include "pgnet/dbNetwork.h"
 #include "pgnet/network.h"
@@ -117,7 +118,10 @@ int zeAnalyzeNetlist::processCalculateLengthCmd() {
            "lengthDataOutput");
     return 1;
   }
-  std::ofstream output(lengthDataOutputFile, std::ios::out | std::ios::trunc | std::ios::binary);
+  std::ofstream output;
+  if (mayOverwrite(lengthDataOutputFile.c_str())) {
+    output.open(lengthDataOutputFile, std::ios::out | std::ios::trunc | std::ios::binary);
+  }
   if (!output.is_open()) {
     logMsg(kError, true, kOpenForWriting, kProgramName, lengthDataOutputFile.c_str(),
            "lengthDataOutput");
@@ -142,8 +146,10 @@ int zeAnalyzeNetlist::processPowerGridAnalysis(kraDBNetwork* dbNetwork) {
            "powerGridRulesInput");
     return 1;
   }
-  std::ofstream output(powerGridRulesOutputFile,
-                       std::ios::out | std::ios::trunc | std::ios::binary);
+  std::ofstream output;
+  if (mayOverwrite(powerGridRulesOutputFile.c_str())) {
+    output.open(powerGridRulesOutputFile, std::ios::out | std::ios::trunc | std::ios::binary);
+  }
   if (!output.is_open()) {
     logMsg(kError, true, kOpenForWriting, kProgramName, powerGridRulesOutputFile.c_str(),
            "powerGridRulesOutput");

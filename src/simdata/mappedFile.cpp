@@ -5,22 +5,72 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <mutex>
 #include <utility>
+#include <vector>
 
 namespace simdata {
+
+namespace {
+
+/// The files mapped at present (a file mapped twice is listed twice).
+struct MappedFiles {
+  std::mutex mutex;
+  std::vector<std::pair<dev_t, ino_t>> files;
+};
+
+MappedFiles& mappedFiles() {
+  static MappedFiles registry;
+  return registry;
+}
+
+void noteMapped(dev_t device, ino_t inode) {
+  MappedFiles& registry = mappedFiles();
+  const std::lock_guard<std::mutex> lock(registry.mutex);
+  registry.files.emplace_back(device, inode);
+}
+
+void forgetMapped(dev_t device, ino_t inode) {
+  MappedFiles& registry = mappedFiles();
+  const std::lock_guard<std::mutex> lock(registry.mutex);
+  const auto it = std::find(registry.files.begin(), registry.files.end(),
+                            std::make_pair(device, inode));
+  if (it != registry.files.end()) {
+    registry.files.erase(it);
+  }
+}
+
+}  // namespace
+
+bool isMappedForReading(const char* path) {
+  struct stat info {};
+  if (path == nullptr || ::stat(path, &info) != 0) {
+    return false;
+  }
+  MappedFiles& registry = mappedFiles();
+  const std::lock_guard<std::mutex> lock(registry.mutex);
+  return std::find(registry.files.begin(), registry.files.end(),
+                   std::make_pair(info.st_dev, info.st_ino)) != registry.files.end();
+}
 
 MappedFile::~MappedFile() { unmap(); }
 
 MappedFile::MappedFile(MappedFile&& other) noexcept
-    : data_(std::exchange(other.data_, nullptr)), size_(std::exchange(other.size_, 0)) {}
+    : data_(std::exchange(other.data_, nullptr)),
+      size_(std::exchange(other.size_, 0)),
+      device_(other.device_),
+      inode_(other.inode_) {}
 
 MappedFile& MappedFile::operator=(MappedFile&& other) noexcept {
   if (this != &other) {
     unmap();
     data_ = std::exchange(other.data_, nullptr);
     size_ = std::exchange(other.size_, 0);
+    device_ = other.device_;
+    inode_ = other.inode_;
   }
   return *this;
 }
@@ -28,6 +78,7 @@ MappedFile& MappedFile::operator=(MappedFile&& other) noexcept {
 void MappedFile::unmap() {
   if (data_ != nullptr) {
     munmap(const_cast<char*>(data_), size_);
+    forgetMapped(device_, inode_);
   }
   data_ = nullptr;
   size_ = 0;
@@ -60,6 +111,9 @@ bool MappedFile::open(const std::string& path, std::string& error) {
   }
   data_ = static_cast<const char*>(address);
   size_ = size;
+  device_ = info.st_dev;
+  inode_ = info.st_ino;
+  noteMapped(device_, inode_);
   return true;
 }
 

@@ -2,11 +2,18 @@
 // A read-only memory map of a whole file. Results files can be far larger than memory would
 // comfortably hold twice, so readers look at the mapped bytes instead of copying them.
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <string>
 #include <string_view>
 
 namespace simdata {
+
+/// Whether `path` names a file this process holds mapped. Such a file must not be truncated
+/// or rewritten: reading a mapped page past the file's new end kills the process, so the
+/// commands that write files refuse these paths.
+bool isMappedForReading(const char* path);
 
 class MappedFile {
  public:
@@ -28,6 +35,8 @@ class MappedFile {
   void unmap();
   const char* data_ = nullptr;
   size_t size_ = 0;
+  dev_t device_ = 0;
+  ino_t inode_ = 0;
 };
 
 }  // namespace simdata
