@@ -71,10 +71,8 @@ class PsfDataset : public Dataset {
   const SignalList* signals() override { return &signals_; }
 
   std::unique_ptr<Value> readValue(std::string_view name) override {
-    const Signal* signal = signals_.find(name);
+    const Signal* signal = findSignalOrFail(signals_, name, name_, psf::kPsfErrorCode);
     if (signal == nullptr) {
-      setLastError(psf::kPsfErrorCode,
-                   "no signal named " + std::string(name) + " in dataset " + name_);
       return nullptr;
     }
     return valueOf(signal->id);

@@ -123,10 +123,8 @@ class RawDataset : public Dataset {
   const SignalList* signals() override { return &signals_; }
 
   std::unique_ptr<Value> readValue(std::string_view name) override {
-    const Signal* signal = signals_.find(name);
+    const Signal* signal = findSignalOrFail(signals_, name, name_, raw::kRawErrorCode);
     if (signal == nullptr) {
-      setLastError(raw::kRawErrorCode,
-                   "no signal named " + std::string(name) + " in dataset " + name_);
       return nullptr;
     }
     std::vector<std::unique_ptr<Value>> values = readColumns({static_cast<int>(signal->id)});

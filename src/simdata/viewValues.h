@@ -100,6 +100,17 @@ class ViewValue : public Value {
 /// The base units of a quantity from its type word ("time" -> "s", "voltage" -> "V", ...).
 const char* unitsOfTypeWord(std::string_view type);
 
+/// The signal called `name` in a file backend's dataset, or null with the last error set
+/// (under the backend's error code) naming the signal and the dataset.
+inline const Signal* findSignalOrFail(const SignalList& signals, std::string_view name,
+                                      const std::string& datasetName, uint16_t errorCode) {
+  const Signal* signal = signals.find(name);
+  if (signal == nullptr) {
+    setLastError(errorCode, "no signal named " + std::string(name) + " in dataset " + datasetName);
+  }
+  return signal;
+}
+
 /// A results directory that owns its datasets and lists them in the order they were added.
 class OwningResultsDir : public ResultsDir {
  public:
