@@ -5,7 +5,6 @@
 //
 //   kra2_db_roundtrip_bench [records ...]   (default: 100000 1000000)
 
-
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
@@ -20,9 +19,9 @@
 
 namespace {
 
+using bench::appendShortest;
 using bench::ChildRun;
 using bench::runChild;
-using bench::appendShortest;
 
 struct Record {
   std::string name;

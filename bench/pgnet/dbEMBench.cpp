@@ -11,10 +11,9 @@
 // --keep leaves the inputs (em.db, names.txt, nets.txt, cmd) in the folder it names, for
 // profiling kra2 on them.
 
-
 #include <algorithm>
-#include <cmath>
 #include <charconv>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -30,9 +29,9 @@
 
 namespace {
 
+using bench::appendShortest;
 using bench::ChildRun;
 using bench::runChild;
-using bench::appendShortest;
 
 void appendG(std::string& out, double value) {
   char text[64];
@@ -161,10 +160,11 @@ bool benchmark(long count, const std::string& dir) {
   bool ok = write.status == 0;
   for (bool directions : {false, true}) {
     const std::string out = dir + "/em.txt";
-    std::ofstream(dir + "/cmd") << (directions ? "evalCurrentDirection\n" : "")
-                                << "readMuroDBEM " << db << " " << out << " " << dir
+    std::ofstream(dir + "/cmd") << (directions ? "evalCurrentDirection\n" : "") << "readMuroDBEM "
+                                << db << " " << out << " " << dir
                                 << (directions ? "/nets.txt" : "/names.txt") << " p top\n";
-    const ChildRun run = runChild({KRA2_PATH, "-cmd", dir + "/cmd", "-log", dir + "/kra2.log"}, dir);
+    const ChildRun run =
+        runChild({KRA2_PATH, "-cmd", dir + "/cmd", "-log", dir + "/kra2.log"}, dir);
     const bool same = run.status == 0 && readFile(out) == listing(directions);
     std::printf("  readMuroDBEM %-26s %7.2f s  peak %7.1f MB  listing %s\n",
                 directions ? "with nets and directions" : "names only", run.seconds, run.peakMB,

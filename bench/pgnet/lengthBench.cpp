@@ -7,7 +7,6 @@
 //
 //   kra2_pgnet_length_bench [stripPieces [meshSize]]   (default: 600000 400)
 
-
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -19,7 +18,6 @@
 #include <vector>
 
 #include "childRun.h"
-
 #include "pgnet/network.h"
 
 namespace {

@@ -48,8 +48,7 @@ int main(int argc, char** argv) {
   const long mesh = argc > 2 ? std::strtol(argv[2], nullptr, 10) : 300;
   const long spacing = argc > 3 ? std::strtol(argv[3], nullptr, 10) : 100;
   if (pieces < 1 || mesh < 0 || spacing < 2) {
-    std::fprintf(stderr, "usage: %s [stripPieces >= 1 [meshSize >= 0 [spacing >= 2]]]\n",
-                 argv[0]);
+    std::fprintf(stderr, "usage: %s [stripPieces >= 1 [meshSize >= 0 [spacing >= 2]]]\n", argv[0]);
     return 2;
   }
   Source source;
@@ -58,13 +57,12 @@ int main(int argc, char** argv) {
   // piece flowing with the walk and ends with one flowing against it.
   for (long i = 0; i < pieces; ++i) {
     if (i % spacing == 0) {
-      source.line("sv" + std::to_string(i), "V1", "s" + std::to_string(i),
-                  "su" + std::to_string(i), static_cast<double>(i), -1, "squareVia", 0, 1.0);
+      source.line("sv" + std::to_string(i), "V1", "s" + std::to_string(i), "su" + std::to_string(i),
+                  static_cast<double>(i), -1, "squareVia", 0, 1.0);
     }
     const bool last = (i + 1) % spacing == 0;
     source.line("sp" + std::to_string(i), "M1", "s" + std::to_string(i),
-                "s" + std::to_string(i + 1), i + 0.5, -1, "nil", last ? 0 : 1,
-                last ? 1.0 : 2.0);
+                "s" + std::to_string(i + 1), i + 0.5, -1, "nil", last ? 0 : 1, last ? 1.0 : 2.0);
   }
   if (pieces % spacing == 0) {
     source.line("sv" + std::to_string(pieces), "V1", "s" + std::to_string(pieces), "su_end",

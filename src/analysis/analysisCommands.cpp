@@ -30,7 +30,6 @@ namespace {
 /// Instances handled per batch: bounds the signals read and held at once.
 constexpr int kBatchSize = 5000;
 
-
 /// Prefix of a second node name that stands for a fixed value ("#@#v1.2").
 constexpr std::string_view kFixedValuePrefix = "#@#v";
 
@@ -141,13 +140,13 @@ BatchLookup lookUpBatch(simdata::Dataset* dataset, int first, int count,
 /// The messages of a batch's lookup: the names without a signal, and a count mismatch.
 void logBatchLookup(zeAnalyzeNetlist& session, const BatchLookup& lookup) {
   if (!lookup.missing.empty()) {
-    session.logMsg(kWarning, false, "No simulation data available for signals:\n");
+    session.logMsg(kWarning, Echo::no, "No simulation data available for signals:\n");
     for (const std::string* name : lookup.missing) {
-      session.logMsg(kPlain, false, "\t%s\n", name->c_str());
+      session.logMsg(kPlain, Echo::no, "\t%s\n", name->c_str());
     }
   }
   if (lookup.listed != lookup.handedOut) {
-    session.logMsg(kError, false, "Invalid condition occured in signal reading\n");
+    session.logMsg(kError, Echo::no, "Invalid condition occured in signal reading\n");
   }
 }
 
@@ -370,12 +369,13 @@ int zeAnalyzeNetlist::processLoadNetlistCmd(const ArgList* args) {
   simdata::resetError();
   const char* fileName = argAt(args, 0);
   if (fileName == nullptr) {
-    logMsg(kError, true, "%s: %s command requires a file name.\n", kProgramName, "loadNetlist");
+    logMsg(kError, Echo::yes, "%s: %s command requires a file name.\n", kProgramName,
+           "loadNetlist");
     return 1;
   }
-  FilePtr file(std::fopen(fileName, "r"));
+  support::FilePtr file(std::fopen(fileName, "r"));
   if (!file) {
-    logMsg(kError, true, "%s: netlist file %s not found.\n", kProgramName, fileName);
+    logMsg(kError, Echo::yes, "%s: netlist file %s not found.\n", kProgramName, fileName);
     return 1;
   }
   analysis::applyLineFormatEnvironment(instances);
@@ -391,7 +391,7 @@ int zeAnalyzeNetlist::processLoadNetlistCmd(const ArgList* args) {
 int zeAnalyzeNetlist::processRunCmd(const ArgList* args, int ignoreSign) {
   simdata::resetError();
   if (argAt(args, 1) == nullptr) {
-    logMsg(kError, true, "%s: %s command requires start & stop time.\n", kProgramName, "run");
+    logMsg(kError, Echo::yes, "%s: %s command requires start & stop time.\n", kProgramName, "run");
     return 1;
   }
   startTime = std::strtod(argAt(args, 0), nullptr);
@@ -441,22 +441,22 @@ int zeAnalyzeNetlist::processRunCmd(const ArgList* args, int ignoreSign) {
     }
     if (detailedProgress) {
       const time_t now = std::time(nullptr);
-      logMsg(kStatus, true,
+      logMsg(kStatus, Echo::yes,
              "instances (analyzed: %-6d(%6.2f)%%  failed: %-6d  total: %-6d) time( incr: %d "
              "sec,\ttotal: %d sec)\n",
              end, static_cast<double>(end) / total * 100, failed, total,
              static_cast<int>(now - lastProgress), static_cast<int>(now - runStart));
       lastProgress = now;
     } else {
-      logMsg(kStatus, true, "instances (analyzed: %-6d  failed: %-6d  total: %-6d)\n", end, failed,
-             total);
+      logMsg(kStatus, Echo::yes, "instances (analyzed: %-6d  failed: %-6d  total: %-6d)\n", end,
+             failed, total);
     }
     if (lastBatch) {
       break;
     }
   }
   if (failed >= 1) {
-    logMsg(kWarning, true, "%d instances failed, please see the log file.\n", failed);
+    logMsg(kWarning, Echo::yes, "%d instances failed, please see the log file.\n", failed);
   }
   if (!powerGridRulesInputFile.empty()) {
     return processPowerGridAnalysis(nullptr);
@@ -482,7 +482,7 @@ int zeAnalyzeNetlist::analyseNetlist(int first, int count, std::vector<zeInstanc
   }
   const std::unique_ptr<simdata::ValueArray> values = analysis->read(array);
   if (!values || values->count() != signals->count()) {
-    logMsg(kError, false, "Failed to read some of the signal values\n");
+    logMsg(kError, Echo::no, "Failed to read some of the signal values\n");
     return count;
   }
 
@@ -546,13 +546,14 @@ int zeAnalyzeNetlist::processSaveResultsCmd(const ArgList* args, std::vector<zeI
     const char* fileName = argAt(args, 0);
     if (fileName == nullptr) {
       // The message names the command "saveResults": kept as it is.
-      logMsg(kError, true, "%s: saveResults command requires a file name.\n", kProgramName);
+      logMsg(kError, Echo::yes, "%s: saveResults command requires a file name.\n", kProgramName);
       return 1;
     }
     // Created (or emptied) before the checks below.
     file = OutputFile(fileName, "w+");
     if (!file) {
-      logMsg(kError, true, "%s: Unable to open output result file %s.\n", kProgramName, fileName);
+      logMsg(kError, Echo::yes, "%s: Unable to open output result file %s.\n", kProgramName,
+             fileName);
       return 1;
     }
   }
@@ -560,7 +561,7 @@ int zeAnalyzeNetlist::processSaveResultsCmd(const ArgList* args, std::vector<zeI
     return 1;
   }
   if (!instances.loaded) {
-    logMsg(kError, true, "%s: Must load netlist first (loadNetlist)\n", kProgramName);
+    logMsg(kError, Echo::yes, "%s: Must load netlist first (loadNetlist)\n", kProgramName);
     return 1;
   }
   if (file) {

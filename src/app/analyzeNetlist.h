@@ -13,34 +13,14 @@
 
 #include "analysis/netlist.h"
 #include "analysis/voltageData.h"
+#include "app/argList.h"
+#include "app/log.h"
 #include "app/outputFile.h"
 #include "simdata/resultsReader.h"
+#include "support/file.h"
 
 class zeVsrc;
 class kraDBNetwork;
-
-/// The words of one command line after the command word; handlers receive null when the
-/// line has none and treat it like an empty list.
-using ArgList = simdata::StringVector;
-
-/// Argument i of a possibly absent list, or null.
-const char* argAt(const ArgList* args, size_t i);
-
-/// Closes a C stream when it goes out of scope.
-struct FileCloser {
-  void operator()(FILE* file) const {
-    if (file != nullptr) {
-      std::fclose(file);
-    }
-  }
-};
-using FilePtr = std::unique_ptr<FILE, FileCloser>;
-
-/// Message severities of out_log.
-enum Severity : int { kInfo = 0, kWarning = 1, kError = 2, kStatus = 3, kPlain = 4 };
-
-/// The program name that messages start with.
-inline constexpr const char* kProgramName = "kra2";
 
 class zeAnalyzeNetlist {
  public:
@@ -51,9 +31,9 @@ class zeAnalyzeNetlist {
 
   // --- session, log and interpreter ---
   int init(const char* cmdFileName, const char* logFileName, bool noFiles);
-  void out_log(int severity, const char* text, bool echo);
+  void out_log(int severity, const char* text, Echo echo);
   /// Formats into the shared message buffer and logs it.
-  void logMsg(int severity, bool echo, const char* format, ...)
+  void logMsg(int severity, Echo echo, const char* format, ...)
       __attribute__((format(printf, 4, 5)));
   void report_time(const char* name);
   void printLastError();
@@ -65,8 +45,6 @@ class zeAnalyzeNetlist {
   void setACAnalysis(bool on);
   /// The interpreter's ignore setting for the command file being read.
   int currentIgnoreSign() const { return ignoreSign_; }
-  /// Logs that a command's handler is not part of this build.
-  int logUnavailable(const char* command);
   /// Logs kWriteErrorText for a file that could not be written completely (ERROR, echoed).
   void logWriteError(const std::string& path);
   /// Closes a command's output file; false, with the write error logged, when the file was
@@ -90,8 +68,7 @@ class zeAnalyzeNetlist {
   int processLoadNetlistCmd(const ArgList* args);
   void getVoltageDiff(const simdata::ValueArray* values, int idx1, int idx2, voltageData& out);
   void getVoltageDiff(const simdata::ValueArray* values, int idx1, int idx2, voltageData& out,
-                      zeInstance inst, int ignoreSign, int orientation, int& direction,
-                      double ref);
+                      zeInstance inst, int ignoreSign, int orientation, int& direction, double ref);
   void getMaxAvgRmsDiff(int start, int stop, const simdata::DataVector* x,
                         const simdata::DataVector* y, voltageData& out, zeInstance inst,
                         int ignoreSign, int orientation, int& direction, double ref);
@@ -100,8 +77,8 @@ class zeAnalyzeNetlist {
                            voltageData& out, zeInstance inst, int ignoreSign, int orientation,
                            int& direction);
   void getACDutyRatio(const simdata::DataVector* x1, const simdata::DataVector* x2,
-                      const simdata::DataVector* y1, const simdata::DataVector* y2,
-                      double& dutySum, double peakTime, double& pulseWidth, voltageData& out);
+                      const simdata::DataVector* y1, const simdata::DataVector* y2, double& dutySum,
+                      double peakTime, double& pulseWidth, voltageData& out);
   void addPwcAcEData(PwcAcEDataList* list, const kraDB::PwcAcEData& record);
   int processRunCmd(const ArgList* args, int ignoreSign);
   std::unique_ptr<simdata::SignalList> getNetlistSignals(int first, int count,
@@ -150,9 +127,9 @@ class zeAnalyzeNetlist {
   double stopTime = 0.0;
   double durationTime = 0.0;
   std::string cmdFileName;
-  FilePtr cmdFile;
+  support::FilePtr cmdFile;
   std::string logFileName;
-  FilePtr logFile;
+  support::FilePtr logFile;
   time_t commandStart = 0;
   time_t commandEnd = 0;
   std::string lengthDataInputFile;

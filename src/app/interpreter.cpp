@@ -35,10 +35,8 @@ void runDatabaseCommand(int (zeAnalyzeNetlist::*handler)(const char*, const char
 
 // The table is tested in this order; the first case-insensitive match runs.
 const Command kCommands[] = {
-    {"saveTemperature",
-     [](zeAnalyzeNetlist& s, const ArgList* a, int&) {
-       s.processSaveTemperatureCmd(a, s.temperature);
-     }},
+    {"saveTemperature", [](zeAnalyzeNetlist& s, const ArgList* a,
+                           int&) { s.processSaveTemperatureCmd(a, s.temperature); }},
     {"lengthDataInput",
      [](zeAnalyzeNetlist& s, const ArgList* a, int&) { s.processLengthDataInputCmd(a); }},
     {"setLayersStack",
@@ -63,8 +61,7 @@ const Command kCommands[] = {
      [](zeAnalyzeNetlist& s, const ArgList* a, int&) {
        runDatabaseCommand(&zeAnalyzeNetlist::processReadMuroDBIR, s, a);
      }},
-    {"readMuroDBEM",
-     [](zeAnalyzeNetlist& s, const ArgList* a, int&) { s.processReadMuroDBEM(a); }},
+    {"readMuroDBEM", [](zeAnalyzeNetlist& s, const ArgList* a, int&) { s.processReadMuroDBEM(a); }},
     {"readMuroDBInfo",
      [](zeAnalyzeNetlist& s, const ArgList* a, int&) {
        runDatabaseCommand(&zeAnalyzeNetlist::processReadMuroDBInfo, s, a);
@@ -78,7 +75,7 @@ const Command kCommands[] = {
      [](zeAnalyzeNetlist& s, const ArgList* a, int&) {
        const char* format = argAt(a, 0);
        if (format != nullptr && strcasecmp(format, "QXF") == 0) {
-         s.logMsg(kInfo, false, "Simulation data is in QXF format\n");
+         s.logMsg(kInfo, Echo::no, "Simulation data is in QXF format\n");
          s.setDataType(zeNetlist::eQXF);
        }
      }},
@@ -101,7 +98,7 @@ const Command kCommands[] = {
        if (value != nullptr && std::strcmp(value, "nil") != 0) {
          s.durationTime = std::strtod(value, nullptr);
        } else {
-         s.logMsg(kError, true, "Using default value 0.0 as duration time.\n");
+         s.logMsg(kError, Echo::yes, "Using default value 0.0 as duration time.\n");
        }
      }},
     {"recoveryFactorFlag",
@@ -118,7 +115,7 @@ const Command kCommands[] = {
              static_cast<float>(std::strtod(value, nullptr));
        } else {
          // This command's default message also speaks of duration time; the wording is kept.
-         s.logMsg(kError, true, "Using default value 1 as duration time.\n");
+         s.logMsg(kError, Echo::yes, "Using default value 1 as duration time.\n");
        }
      }},
     {"ACAnlaysis", [](zeAnalyzeNetlist& s, const ArgList*, int&) { s.setACAnalysis(true); }},
@@ -161,8 +158,7 @@ namespace {
 /// Reads the next line of at most size - 1 characters, up to and including its line feed, and
 /// gives its length (zero bytes included). A line feed right after a full buffer still belongs
 /// to the line. False at the end of the file or on a read error with nothing read.
-bool readCommandLine(std::FILE* file, char* buffer, size_t size, size_t& length,
-                     bool& endsLine) {
+bool readCommandLine(std::FILE* file, char* buffer, size_t size, size_t& length, bool& endsLine) {
   length = 0;
   endsLine = false;
   int c = EOF;
@@ -207,7 +203,7 @@ void zeAnalyzeNetlist::collectInput() {
   if (std::memchr(line_, '\0', lineLength) != nullptr) {
     // A zero byte would silently cut the line short (or make it look empty, which ends the
     // command file): the line is reported and skipped like a comment.
-    logMsg(kError, true,
+    logMsg(kError, Echo::yes,
            "%s: command file %s, line %d: the line holds a zero byte and is skipped.\n",
            kProgramName, cmdFileName.c_str(), lineNumber);
     std::strcpy(commandWord_, "#");
@@ -276,7 +272,7 @@ void zeAnalyzeNetlist::runCommand(const char* word) {
       return;
     }
   }
-  logMsg(kError, true, "Unknown command (%s). The following are legal commands:\n", word);
-  logMsg(kPlain, true, "\t%s\n\t%s\n\t%s\n\t%s\n\t%s\n\t%s\n", "openSimData", "loadNetlist",
+  logMsg(kError, Echo::yes, "Unknown command (%s). The following are legal commands:\n", word);
+  logMsg(kPlain, Echo::yes, "\t%s\n\t%s\n\t%s\n\t%s\n\t%s\n\t%s\n", "openSimData", "loadNetlist",
          "selectAnalysis", "run", "saveResult", "done");
 }

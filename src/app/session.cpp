@@ -63,20 +63,20 @@ int zeAnalyzeNetlist::init(const char* cmdName, const char* logName, bool noFile
     logFile.reset(std::fopen(logName, "w+"));
   }
   if (cmdName == nullptr) {
-    logMsg(kError, true, "%s: command file name is missing\n", kProgramName);
+    logMsg(kError, Echo::yes, "%s: command file name is missing\n", kProgramName);
     return 1;
   }
   cmdFileName = cmdName;
   cmdFile.reset(std::fopen(cmdName, "r"));
   if (!cmdFile) {
-    logMsg(kError, true, "%s: command file %s not found.\n", kProgramName, cmdName);
+    logMsg(kError, Echo::yes, "%s: command file %s not found.\n", kProgramName, cmdName);
     return 1;
   }
   useOldACPeakMethod = oldPeakMethod;
   return 0;
 }
 
-void zeAnalyzeNetlist::out_log(int severity, const char* text, bool echo) {
+void zeAnalyzeNetlist::out_log(int severity, const char* text, Echo echo) {
   if (text == nullptr) {
     return;
   }
@@ -85,13 +85,13 @@ void zeAnalyzeNetlist::out_log(int severity, const char* text, bool echo) {
     std::fputs(prefix, logFile.get());
     std::fputs(text, logFile.get());
   }
-  if (echo) {
+  if (echo == Echo::yes) {
     std::fputs(prefix, stdout);
     std::fputs(text, stdout);
   }
 }
 
-void zeAnalyzeNetlist::logMsg(int severity, bool echo, const char* format, ...) {
+void zeAnalyzeNetlist::logMsg(int severity, Echo echo, const char* format, ...) {
   va_list args;
   va_start(args, format);
   std::vsnprintf(logBuffer, sizeof logBuffer, format, args);
@@ -102,16 +102,16 @@ void zeAnalyzeNetlist::logMsg(int severity, bool echo, const char* format, ...) 
 void zeAnalyzeNetlist::report_time(const char* name) {
   const double seconds = static_cast<double>(commandEnd - commandStart);
   if (name != nullptr) {
-    logMsg(kInfo, true, "** %s command done ( time %g sec )\n", name, seconds);
+    logMsg(kInfo, Echo::yes, "** %s command done ( time %g sec )\n", name, seconds);
   } else {
-    logMsg(kInfo, true, "** %s analysis done ( time %g sec )\n", kProgramName, seconds);
+    logMsg(kInfo, Echo::yes, "** %s analysis done ( time %g sec )\n", kProgramName, seconds);
   }
 }
 
 void zeAnalyzeNetlist::printLastError() {
   const char* text = simdata::lastErrorText();
   if (simdata::lastErrorCode() != 0 && text != nullptr) {
-    logMsg(kWarning, false, "%s\n", text);
+    logMsg(kWarning, Echo::no, "%s\n", text);
   }
 }
 
@@ -131,13 +131,8 @@ void zeAnalyzeNetlist::processCleanup() {
 
 void zeAnalyzeNetlist::setACAnalysis(bool on) { analysis::processSettings().ACAnalysis = on; }
 
-int zeAnalyzeNetlist::logUnavailable(const char* command) {
-  logMsg(kError, true, "%s: command %s is not available in this build.\n", kProgramName, command);
-  return 1;
-}
-
 void zeAnalyzeNetlist::logWriteError(const std::string& path) {
-  logMsg(kError, true, kWriteErrorText, kProgramName, path.c_str());
+  logMsg(kError, Echo::yes, kWriteErrorText, kProgramName, path.c_str());
 }
 
 bool zeAnalyzeNetlist::closeOutput(OutputFile& file) {

@@ -9,13 +9,9 @@
 #include <string>
 #include <vector>
 
-namespace kraDB {
+#include "support/file.h"
 
-namespace detail {
-struct FileCloser {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
-}  // namespace detail
+namespace kraDB {
 
 /// A file read forwards in large chunks. Reads past the end are short, never errors; a seek
 /// outside the file leaves the stream at its end.
@@ -39,7 +35,7 @@ class ByteReader {
  private:
   bool refill();
 
-  std::unique_ptr<std::FILE, detail::FileCloser> file_;
+  support::FilePtr file_;
   std::vector<uint8_t> buffer_;
   int64_t size_ = 0;
   int64_t bufferStart_ = 0;  // file offset of buffer_[0]
@@ -67,7 +63,7 @@ class ByteWriter {
  private:
   void flush();
 
-  std::unique_ptr<std::FILE, detail::FileCloser> file_;
+  support::FilePtr file_;
   std::vector<uint8_t> buffer_;
   int64_t flushedEnd_ = 0;  // file offset where buffer_ will be written
   bool failed_ = false;

@@ -28,40 +28,40 @@ constexpr const char* kDatabaseError = "%s: %s \n";
 
 int zeAnalyzeNetlist::processReadMuroDBIR(const char* dbPath, const char* outPath) {
   if (dbPath == nullptr || outPath == nullptr) {
-    logMsg(kError, true, kNeedsName, kProgramName, "readMuroDBIR");
+    logMsg(kError, Echo::yes, kNeedsName, kProgramName, "readMuroDBIR");
     return 1;
   }
   try {
     kraDB::kraDBFile db(dbPath);
     OutputFile out(outPath, "w");
     if (!out) {
-      logMsg(kError, true, kNoOutput, kProgramName, outPath);
+      logMsg(kError, Echo::yes, kNoOutput, kProgramName, outPath);
       return 1;
     }
     kraDB::writeIRListing(db, out.get());
     if (!db.damage().empty()) {
       // The listing holds the records read before the fault; the message says what is missing.
-      logMsg(kError, true, "%s: %s", kProgramName, db.damage().c_str());
+      logMsg(kError, Echo::yes, "%s: %s", kProgramName, db.damage().c_str());
     }
     if (!closeOutput(out)) {
       return 1;
     }
   } catch (const std::exception& error) {
-    logMsg(kError, true, kDatabaseError, kProgramName, error.what());
+    logMsg(kError, Echo::yes, kDatabaseError, kProgramName, error.what());
   }
   return 0;
 }
 
 int zeAnalyzeNetlist::processReadMuroDBTime(const char* dbPath, const char* outPath) {
   if (dbPath == nullptr || outPath == nullptr) {
-    logMsg(kError, true, kNeedsName, kProgramName, "readMuroDBTime");
+    logMsg(kError, Echo::yes, kNeedsName, kProgramName, "readMuroDBTime");
     return 1;
   }
   try {
     kraDB::kraDBFile db(dbPath);
     OutputFile out(outPath, "w");
     if (!out) {
-      logMsg(kError, true, kNoOutput, kProgramName, outPath);
+      logMsg(kError, Echo::yes, kNoOutput, kProgramName, outPath);
       return 1;
     }
     startTime = db.getStartTime();
@@ -71,7 +71,7 @@ int zeAnalyzeNetlist::processReadMuroDBTime(const char* dbPath, const char* outP
       return 1;
     }
   } catch (const std::exception& error) {
-    logMsg(kError, true, kDatabaseError, kProgramName, error.what());
+    logMsg(kError, Echo::yes, kDatabaseError, kProgramName, error.what());
     return 1;
   }
   return 0;
@@ -79,12 +79,12 @@ int zeAnalyzeNetlist::processReadMuroDBTime(const char* dbPath, const char* outP
 
 int zeAnalyzeNetlist::processReadMuroDBInfo(const char* dbPath, const char* outPath) {
   if (dbPath == nullptr || outPath == nullptr) {
-    logMsg(kError, true, kNeedsName, kProgramName, "readMuroDBInfo");
+    logMsg(kError, Echo::yes, kNeedsName, kProgramName, "readMuroDBInfo");
     return 1;
   }
   OutputFile out(outPath, "w");
   if (!out) {
-    logMsg(kError, true, kNoOutput, kProgramName, outPath);
+    logMsg(kError, Echo::yes, kNoOutput, kProgramName, outPath);
     return 1;
   }
   // An unreadable header is not an error here: the version stays -1 and the architecture is
@@ -105,7 +105,7 @@ int zeAnalyzeNetlist::processReadMuroDBEM(const ArgList* args) {
   const char* resistorPrefix = argAt(args, 3);
   const char* hierarchy = argAt(args, 4);
   if (resistorPrefix == nullptr) {
-    logMsg(kError, true,
+    logMsg(kError, Echo::yes,
            "%s: %s command requires minimum four arguments as 'resultDir outputfile inputfile "
            "pResName'  name.\n",
            kProgramName, "readMuroDBEM");
@@ -114,7 +114,7 @@ int zeAnalyzeNetlist::processReadMuroDBEM(const ArgList* args) {
   // An unknown architecture (-1) is accepted; only a known one other than 64-bit is refused.
   const int architecture = getArchitecture(dbPath);
   if (architecture > 0 && architecture != 64) {
-    logMsg(kError, true, "Architecture mismatch! The DB architecture is %d.\n", architecture);
+    logMsg(kError, Echo::yes, "Architecture mismatch! The DB architecture is %d.\n", architecture);
     return 1;
   }
   try {
@@ -123,24 +123,25 @@ int zeAnalyzeNetlist::processReadMuroDBEM(const ArgList* args) {
     std::ifstream networkInput(networkPath, std::ios::in | std::ios::binary);
     if (!networkInput.is_open()) {
       // The command still writes its (empty) listing, as it always has; the message says why.
-      logMsg(kError, true, kOpenForReading, kProgramName, networkPath, "readMuroDBEM");
+      logMsg(kError, Echo::yes, kOpenForReading, kProgramName, networkPath, "readMuroDBEM");
     } else if (!network.loadData(networkInput, evalCurrentDirection
                                                    ? DBNetworkColumns::kWithNets
                                                    : DBNetworkColumns::kNamesOnly)) {
-      logMsg(kError, true, "%s: Error in network input file %s, %s; the nodes before it are used.\n",
+      logMsg(kError, Echo::yes,
+             "%s: Error in network input file %s, %s; the nodes before it are used.\n",
              kProgramName, networkPath, network.errorMessage.c_str());
     }
     networkInput.close();
     OutputFile out(outPath, "w");
     if (!out) {
-      logMsg(kError, true, kNoOutput, kProgramName, outPath);
+      logMsg(kError, Echo::yes, kNoOutput, kProgramName, outPath);
       return 1;
     }
     OutputFile tmesh;
     if (!tMeshDataFile.empty()) {
       tmesh = OutputFile(tMeshDataFile.c_str(), "w");
       if (!tmesh) {
-        logMsg(kError, true, kOpenForWriting, kProgramName, tMeshDataFile.c_str(),
+        logMsg(kError, Echo::yes, kOpenForWriting, kProgramName, tMeshDataFile.c_str(),
                "saveTMeshData");
         return 1;
       }
@@ -153,7 +154,7 @@ int zeAnalyzeNetlist::processReadMuroDBEM(const ArgList* args) {
     records.finish();
     if (!db.damage().empty()) {
       // The records read before the fault are used; the message says what is missing.
-      logMsg(kError, true, "%s: %s", kProgramName, db.damage().c_str());
+      logMsg(kError, Echo::yes, "%s: %s", kProgramName, db.damage().c_str());
     }
     db.closeFile();
     const std::string hierarchyPrefix =
@@ -174,14 +175,14 @@ int zeAnalyzeNetlist::processReadMuroDBEM(const ArgList* args) {
     }
     return written ? 0 : 1;
   } catch (const std::exception& error) {
-    logMsg(kError, true, kDatabaseError, kProgramName, error.what());
+    logMsg(kError, Echo::yes, kDatabaseError, kProgramName, error.what());
     return 1;
   }
 }
 
 int zeAnalyzeNetlist::getArchitecture(const std::string& path) {
   if (path.empty()) {
-    logMsg(kError, true, kNeedsName, kProgramName, "readMuroDBInfo");
+    logMsg(kError, Echo::yes, kNeedsName, kProgramName, "readMuroDBInfo");
     return 1;
   }
   kraDB::HeaderParameters params;
@@ -198,7 +199,7 @@ int zeAnalyzeNetlist::guessArchitecture(const std::string& path) {
   }
   const std::optional<int> guess = kraDB::guessLegacyArchitecture(path);
   if (!guess) {
-    logMsg(kError, true, "Error in reading muro database %s .\n", path.c_str());
+    logMsg(kError, Echo::yes, "Error in reading muro database %s .\n", path.c_str());
     return -1;
   }
   return *guess;
@@ -215,6 +216,6 @@ void zeAnalyzeNetlist::updateStartStopTimeFromDBFile(const char* path) {
     startTime = db.getStartTime();
     stopTime = db.getStopTime();
   } catch (const std::exception& error) {
-    logMsg(kError, true, kDatabaseError, kProgramName, error.what());
+    logMsg(kError, Echo::yes, kDatabaseError, kProgramName, error.what());
   }
 }

@@ -314,9 +314,9 @@ void kraDBFile::getS(std::string& text) {
   int64_t remaining = getL();
   // A negative length reads nothing; a length past the end of the file reads what is there.
   if (remaining < 0) {
-    noteDamage("a text length of " + std::to_string(remaining) + " in " +
-               blockName(currentType_) + " record " + std::to_string(recordsRead_[currentType_]) +
-               " (at byte offset " + std::to_string(at) + ")");
+    noteDamage("a text length of " + std::to_string(remaining) + " in " + blockName(currentType_) +
+               " record " + std::to_string(recordsRead_[currentType_]) + " (at byte offset " +
+               std::to_string(at) + ")");
   }
   uint8_t chunk[kStringChunk];
   while (remaining > 0) {

@@ -126,8 +126,9 @@ void EMRecordTable::finish() {
 }
 
 uint32_t EMRecordTable::find(std::string_view name) const {
-  auto it = std::lower_bound(sorted_.begin(), sorted_.end(), name,
-                             [](const EMRecord* r, std::string_view text) { return r->name < text; });
+  auto it =
+      std::lower_bound(sorted_.begin(), sorted_.end(), name,
+                       [](const EMRecord* r, std::string_view text) { return r->name < text; });
   if (it == sorted_.end() || (*it)->name != name) {
     return kNone;
   }
@@ -137,9 +138,9 @@ uint32_t EMRecordTable::find(std::string_view name) const {
 uint32_t EMRecordTable::findFirstWithPrefix(std::string_view prefix) const {
   // Every name that starts with the prefix sorts at or after it, and the smallest of them
   // comes first.
-  auto it = std::lower_bound(
-      sorted_.begin(), sorted_.end(), prefix,
-      [](const EMRecord* r, std::string_view text) { return r->name < text; });
+  auto it =
+      std::lower_bound(sorted_.begin(), sorted_.end(), prefix,
+                       [](const EMRecord* r, std::string_view text) { return r->name < text; });
   if (it == sorted_.end() || !(*it)->name.starts_with(prefix)) {
     return kNone;
   }
@@ -191,10 +192,9 @@ std::vector<uint32_t> EMRecordTable::findFirstContainingDotted(
   for (size_t t = 0; t < texts.size(); ++t) {
     pattern.assign(".").append(texts[t]).append(".");
     // The suffixes that begin with the pattern form one run, starting where it would sort.
-    auto first = std::lower_bound(suffixes.begin(), suffixes.end(), pattern,
-                                  [&](const Suffix& s, const std::string& p) {
-                                    return textOf(s).compare(p) < 0;
-                                  });
+    auto first = std::lower_bound(
+        suffixes.begin(), suffixes.end(), pattern,
+        [&](const Suffix& s, const std::string& p) { return textOf(s).compare(p) < 0; });
     auto last = std::partition_point(
         first, suffixes.end(), [&](const Suffix& s) { return textOf(s).starts_with(pattern); });
     if (first != last) {

@@ -8,6 +8,8 @@
 #include <memory>
 #include <stdexcept>
 
+#include "support/file.h"
+
 namespace kraDB {
 
 namespace {
@@ -15,10 +17,7 @@ namespace {
 constexpr std::string_view kOpeningTags = "<><><>;";
 constexpr std::string_view kClosingTags = "<\\><\\><\\>;\n";
 
-struct FileCloser {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using File = std::unique_ptr<std::FILE, FileCloser>;
+using File = support::FilePtr;
 
 /// Reads up to `size` bytes at `offset` into a zeroed buffer.
 void readAt(std::FILE* file, long offset, char* buffer, size_t size) {

@@ -137,8 +137,8 @@ bool kraDBNetwork::loadData(std::istream& in, DBNetworkColumns columns) {
       fail(reader.line(), std::string("the ") + what + " is longer than " +
                               std::to_string(kMaxWordBytes) + " bytes");
     } else {
-      fail(reader.line(), "the input ends before the " + std::string(what) + " of node " +
-                              quoted(name));
+      fail(reader.line(),
+           "the input ends before the " + std::string(what) + " of node " + quoted(name));
     }
     return false;
   };
@@ -370,8 +370,7 @@ std::span<const uint32_t> kraDBNetwork::nodesOnNet(std::string_view net) const {
 
 std::span<const uint32_t> kraDBNetwork::nodesUsingNumber(int64_t number) const {
   auto [first, last] = std::equal_range(numberKeys_.begin(), numberKeys_.end(), number);
-  return {numberMembers_.data() + (first - numberKeys_.begin()),
-          static_cast<size_t>(last - first)};
+  return {numberMembers_.data() + (first - numberKeys_.begin()), static_cast<size_t>(last - first)};
 }
 
 bool kraDBNetwork::isMatching(uint32_t index, std::span<const uint32_t> setA,

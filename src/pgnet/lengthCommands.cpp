@@ -22,7 +22,7 @@ bool noArguments(const ArgList* args) { return args == nullptr || args->empty();
 
 int zeAnalyzeNetlist::processLengthDataInputCmd(const ArgList* args) {
   if (noArguments(args)) {
-    logMsg(kError, true, "%s: %s command requires an input file  name.\n", kProgramName,
+    logMsg(kError, Echo::yes, "%s: %s command requires an input file  name.\n", kProgramName,
            "lengthDataInput");
     return 1;
   }
@@ -32,7 +32,7 @@ int zeAnalyzeNetlist::processLengthDataInputCmd(const ArgList* args) {
 
 int zeAnalyzeNetlist::processLengthDataOutputCmd(const ArgList* args) {
   if (noArguments(args)) {
-    logMsg(kError, true, "%s: %s command requires an output file  name.\n", kProgramName,
+    logMsg(kError, Echo::yes, "%s: %s command requires an output file  name.\n", kProgramName,
            "lengthDataOutput");
     return 1;
   }
@@ -43,8 +43,8 @@ int zeAnalyzeNetlist::processLengthDataOutputCmd(const ArgList* args) {
 int zeAnalyzeNetlist::processSetLayersStackCmd(const ArgList* args) {
   if (noArguments(args)) {
     // The message names lengthDataInput; that is its established wording.
-    logMsg(kError, true, "%s: %s command requires layers stack as list of layers.\n", kProgramName,
-           "lengthDataInput");
+    logMsg(kError, Echo::yes, "%s: %s command requires layers stack as list of layers.\n",
+           kProgramName, "lengthDataInput");
     return 1;
   }
   layerStack.insert(layerStack.end(), args->begin(), args->end());
@@ -53,7 +53,7 @@ int zeAnalyzeNetlist::processSetLayersStackCmd(const ArgList* args) {
 
 int zeAnalyzeNetlist::processPowerGridLayersCmd(const ArgList* args) {
   if (noArguments(args)) {
-    logMsg(kError, true, "%s: %s command requires list of power-grid layers as list.\n",
+    logMsg(kError, Echo::yes, "%s: %s command requires list of power-grid layers as list.\n",
            kProgramName, "powerGridLayers");
     return 1;
   }
@@ -63,7 +63,7 @@ int zeAnalyzeNetlist::processPowerGridLayersCmd(const ArgList* args) {
 
 int zeAnalyzeNetlist::processPowerGridRulesInputCmd(const ArgList* args) {
   if (noArguments(args)) {
-    logMsg(kError, true,
+    logMsg(kError, Echo::yes,
            "%s: %s command requires input file name  for  power-grid rule processing.\n",
            kProgramName, "powerGridRulesInput");
     return 1;
@@ -74,7 +74,7 @@ int zeAnalyzeNetlist::processPowerGridRulesInputCmd(const ArgList* args) {
 
 int zeAnalyzeNetlist::processPowerGridRulesOutputCmd(const ArgList* args) {
   if (noArguments(args)) {
-    logMsg(kError, true,
+    logMsg(kError, Echo::yes,
            "%s: %s command requires output file name  for  power-grid rule processing.\n",
            kProgramName, "powerGridRulesOutput");
     return 1;
@@ -85,7 +85,7 @@ int zeAnalyzeNetlist::processPowerGridRulesOutputCmd(const ArgList* args) {
 
 int zeAnalyzeNetlist::processSaveTMeshDataCmd(const ArgList* args) {
   if (noArguments(args)) {
-    logMsg(kError, true, "%s: %s command requires output file name  for saving Mesh data. \n",
+    logMsg(kError, Echo::yes, "%s: %s command requires output file name  for saving Mesh data. \n",
            kProgramName, "saveTMeshData");
     return 1;
   }
@@ -95,7 +95,7 @@ int zeAnalyzeNetlist::processSaveTMeshDataCmd(const ArgList* args) {
 
 int zeAnalyzeNetlist::processCadGridCmd(const ArgList* args) {
   if (noArguments(args)) {
-    logMsg(kError, true, "%s: %s command requires cadGrid value.\n", kProgramName, "cadGrid");
+    logMsg(kError, Echo::yes, "%s: %s command requires cadGrid value.\n", kProgramName, "cadGrid");
     return 1;
   }
   std::istringstream text((*args)[0]);
@@ -114,7 +114,7 @@ int zeAnalyzeNetlist::processCalculateLengthCmd() {
   std::ifstream input(lengthDataInputFile, std::ios::in | std::ios::binary);
   if (!input.is_open()) {
     // Names the output command; that is its established wording.
-    logMsg(kError, true, kOpenForReading, kProgramName, lengthDataInputFile.c_str(),
+    logMsg(kError, Echo::yes, kOpenForReading, kProgramName, lengthDataInputFile.c_str(),
            "lengthDataOutput");
     return 1;
   }
@@ -123,7 +123,7 @@ int zeAnalyzeNetlist::processCalculateLengthCmd() {
     output.open(lengthDataOutputFile, std::ios::out | std::ios::trunc | std::ios::binary);
   }
   if (!output.is_open()) {
-    logMsg(kError, true, kOpenForWriting, kProgramName, lengthDataOutputFile.c_str(),
+    logMsg(kError, Echo::yes, kOpenForWriting, kProgramName, lengthDataOutputFile.c_str(),
            "lengthDataOutput");
     return 1;
   }
@@ -132,7 +132,7 @@ int zeAnalyzeNetlist::processCalculateLengthCmd() {
   network.evalCurrentDirection = evalCurrentDirection;
   network.evalTotalSum = evalTotalSum;
   if (!network.readLengthData(input)) {
-    logMsg(kError, true, "%s\n", network.errorMessage.c_str());
+    logMsg(kError, Echo::yes, "%s\n", network.errorMessage.c_str());
     return 1;
   }
   network.writeLengthData(output);
@@ -142,7 +142,7 @@ int zeAnalyzeNetlist::processCalculateLengthCmd() {
 int zeAnalyzeNetlist::processPowerGridAnalysis(kraDBNetwork* dbNetwork) {
   std::ifstream input(powerGridRulesInputFile, std::ios::in | std::ios::binary);
   if (!input.is_open()) {
-    logMsg(kError, true, kOpenForReading, kProgramName, powerGridRulesInputFile.c_str(),
+    logMsg(kError, Echo::yes, kOpenForReading, kProgramName, powerGridRulesInputFile.c_str(),
            "powerGridRulesInput");
     return 1;
   }
@@ -151,14 +151,14 @@ int zeAnalyzeNetlist::processPowerGridAnalysis(kraDBNetwork* dbNetwork) {
     output.open(powerGridRulesOutputFile, std::ios::out | std::ios::trunc | std::ios::binary);
   }
   if (!output.is_open()) {
-    logMsg(kError, true, kOpenForWriting, kProgramName, powerGridRulesOutputFile.c_str(),
+    logMsg(kError, Echo::yes, kOpenForWriting, kProgramName, powerGridRulesOutputFile.c_str(),
            "powerGridRulesOutput");
     return 1;
   }
   zeNetwork network;
   network.setLayerStack(layerStack);
   if (!network.readPGData(input)) {
-    logMsg(kError, true, "%s\n", network.errorMessage.c_str());
+    logMsg(kError, Echo::yes, "%s\n", network.errorMessage.c_str());
     return 1;
   }
   // After a run the currents are the instances' average currents with their directions;

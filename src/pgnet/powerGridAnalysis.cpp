@@ -194,8 +194,8 @@ void zeNetwork::evalMetalCurrentInOutDir() {
   // is the one after its node in walk order.
   for (size_t i = 1; i < walk.size(); ++i) {
     kraNode* node = walk[i].node;
-    node->inOutDir = walk[i].edge == node->edge2 ? node->currentDir
-                                                 : getOppositeCurrDir(node->currentDir);
+    node->inOutDir =
+        walk[i].edge == node->edge2 ? node->currentDir : getOppositeCurrDir(node->currentDir);
     if (debug) {
       *debugOut << node->name << " : " << static_cast<int>(node->currentDir) << " : "
                 << static_cast<int>(node->inOutDir) << '\n';

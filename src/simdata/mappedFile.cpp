@@ -36,8 +36,8 @@ void noteMapped(dev_t device, ino_t inode) {
 void forgetMapped(dev_t device, ino_t inode) {
   MappedFiles& registry = mappedFiles();
   const std::lock_guard<std::mutex> lock(registry.mutex);
-  const auto it = std::find(registry.files.begin(), registry.files.end(),
-                            std::make_pair(device, inode));
+  const auto it =
+      std::find(registry.files.begin(), registry.files.end(), std::make_pair(device, inode));
   if (it != registry.files.end()) {
     registry.files.erase(it);
   }

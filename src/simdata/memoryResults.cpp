@@ -106,8 +106,7 @@ std::unique_ptr<MemoryValue> MemoryValue::empty(std::string name) {
   return value;
 }
 
-void MemoryValue::setNames(std::string displayTitle, std::string datasetName,
-                           std::string dirName) {
+void MemoryValue::setNames(std::string displayTitle, std::string datasetName, std::string dirName) {
   displayTitle_ = std::move(displayTitle);
   datasetName_ = std::move(datasetName);
   dirName_ = std::move(dirName);

@@ -14,9 +14,8 @@ namespace simdata {
 /// A data vector that owns its elements in one of the supported element types.
 class MemoryVector : public DataVector {
  public:
-  using Storage =
-      std::variant<std::vector<double>, std::vector<float>, std::vector<int32_t>,
-                   std::vector<int8_t>>;
+  using Storage = std::variant<std::vector<double>, std::vector<float>, std::vector<int32_t>,
+                               std::vector<int8_t>>;
   MemoryVector(std::string name, std::string baseUnits, Storage data);
   /// A double vector of `length` zeros, for routines that write their results.
   static std::shared_ptr<MemoryVector> zeros(std::string name, int length);
@@ -84,7 +83,10 @@ class MemoryDataset : public Dataset {
  public:
   /// `name` or `analysisType` may be absent (null) to model incomplete datasets.
   MemoryDataset(const char* name, const char* analysisType);
-  void setSweep(Sweep sweep) { sweep_ = std::move(sweep); hasSweep_ = true; }
+  void setSweep(Sweep sweep) {
+    sweep_ = std::move(sweep);
+    hasSweep_ = true;
+  }
   /// Adds a signal and the value read for it.
   void addSignal(Signal signal, std::unique_ptr<MemoryValue> value);
   /// Adds a named value that is not a signal (such as "temp:value").

@@ -1,9 +1,5 @@
 #include "simdata/rawBackend.h"
 
-#include "simdata/columnStore.h"
-#include "simdata/rawHeaderText.h"
-#include "simdata/viewValues.h"
-
 #include <algorithm>
 #include <cctype>
 #include <cmath>
@@ -13,6 +9,10 @@
 #include <map>
 #include <optional>
 #include <vector>
+
+#include "simdata/columnStore.h"
+#include "simdata/rawHeaderText.h"
+#include "simdata/viewValues.h"
 
 namespace simdata {
 
@@ -248,8 +248,7 @@ class RawDataset : public Dataset {
       return std::make_shared<const ViewVector>(variable.name, units, std::move(data.owner),
                                                 data.floats);
     }
-    const int type =
-        column == 0 || plot_.numbers == raw::Numbers::kReal ? kFloat64 : kComplex;
+    const int type = column == 0 || plot_.numbers == raw::Numbers::kReal ? kFloat64 : kComplex;
     return std::make_shared<const ViewVector>(variable.name, units, type, std::move(data.owner),
                                               data.doubles, data.mayHoldNaN);
   }
@@ -296,7 +295,9 @@ class RawDataset : public Dataset {
 
   /// A column of the store in memory, viewed in place.
   Column storedColumn(int column) const {
-    return Column{store_, store_->view(static_cast<size_t>(column)), {},
+    return Column{store_,
+                  store_->view(static_cast<size_t>(column)),
+                  {},
                   store_->holdsNaN(static_cast<size_t>(column))};
   }
 
@@ -397,8 +398,7 @@ class RawDataset : public Dataset {
 
   /// A waveform over the scale, or for a stepped plot a value of dimension 2 whose inner
   /// waveforms are its runs (readers of the first run see the first step).
-  std::unique_ptr<Value> makeValue(int column,
-                                   const std::shared_ptr<const ViewVector>& y) const {
+  std::unique_ptr<Value> makeValue(int column, const std::shared_ptr<const ViewVector>& y) const {
     const std::string& name = plot_.variables[static_cast<size_t>(column)].name;
     if (!hasAxis_ || !plot_.stepped()) {
       return ViewValue::waveform(name, labels_, scaleVector(), y);

@@ -198,9 +198,7 @@ const Backend* backendFor(const std::string& path) {
 
 uint16_t lastErrorCode() { return errorState().code; }
 
-const char* lastErrorText() {
-  return errorState().code != 0 ? errorState().text.c_str() : nullptr;
-}
+const char* lastErrorText() { return errorState().code != 0 ? errorState().text.c_str() : nullptr; }
 
 void resetError() {
   errorState().code = 0;

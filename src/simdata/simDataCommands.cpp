@@ -56,11 +56,11 @@ bool findTemperature(const simdata::ResultsDir& dir, double& temperature) {
 
 bool zeAnalyzeNetlist::analysisSelected() {
   if (!resultsDir) {
-    logMsg(kError, true, kMustOpen, kProgramName);
+    logMsg(kError, Echo::yes, kMustOpen, kProgramName);
     return false;
   }
   if (analysis == nullptr) {
-    logMsg(kError, true, kMustSelect, kProgramName);
+    logMsg(kError, Echo::yes, kMustSelect, kProgramName);
     return false;
   }
   return true;
@@ -70,17 +70,17 @@ int zeAnalyzeNetlist::processOpenSimDataCmd(const ArgList* args) {
   simdata::resetError();
   const char* path = argAt(args, 0);
   if (path == nullptr) {
-    logMsg(kError, true, "%s: %s command requires a directory name.\n", kProgramName,
+    logMsg(kError, Echo::yes, "%s: %s command requires a directory name.\n", kProgramName,
            "openSimData");
     return 1;
   }
   if (!simdata::isResultsDirectory(path)) {
-    logMsg(kError, true, "%s is not a results directory\n", path);
+    logMsg(kError, Echo::yes, "%s is not a results directory\n", path);
     return 1;
   }
   std::unique_ptr<simdata::ResultsDir> opened = simdata::openResults(path);
   if (!opened) {
-    logMsg(kError, true, "%s: %s command failed.\n", kProgramName, "openSimData");
+    logMsg(kError, Echo::yes, "%s: %s command failed.\n", kProgramName, "openSimData");
     printLastError();
     return 1;
   }
@@ -93,9 +93,9 @@ int zeAnalyzeNetlist::processOpenSimDataCmd(const ArgList* args) {
     replacedResultsDir = std::move(resultsDir);
   }
   resultsDir = std::move(opened);
-  logMsg(kInfo, false, "Successfully opened results at %s.\n", path);
+  logMsg(kInfo, Echo::no, "Successfully opened results at %s.\n", path);
   if (const char* reader = simdata::readerName(path)) {
-    logMsg(kInfo, false, "Reader Name %s.\n", reader);
+    logMsg(kInfo, Echo::no, "Reader Name %s.\n", reader);
   }
   return 0;
 }
@@ -103,18 +103,18 @@ int zeAnalyzeNetlist::processOpenSimDataCmd(const ArgList* args) {
 int zeAnalyzeNetlist::processSelectAnalysisCmd(const ArgList* args) {
   simdata::resetError();
   if (!resultsDir) {
-    logMsg(kError, true, kMustOpen, kProgramName);
+    logMsg(kError, Echo::yes, kMustOpen, kProgramName);
     return 1;
   }
   const char* name = argAt(args, 0);
   if (name == nullptr) {
-    logMsg(kError, true, "%s: %s command requires a analysis name.\n", kProgramName,
+    logMsg(kError, Echo::yes, "%s: %s command requires a analysis name.\n", kProgramName,
            "selectAnalysis");
     return 1;
   }
   simdata::Dataset* dataset = resultsDir->findDataset(name);
   if (dataset == nullptr) {
-    logMsg(kError, true, "%s: %s must specify valid dc/tran data\n", kProgramName,
+    logMsg(kError, Echo::yes, "%s: %s must specify valid dc/tran data\n", kProgramName,
            "selectAnalysis");
     printLastError();
     return 1;
@@ -128,12 +128,12 @@ int zeAnalyzeNetlist::processSelectAnalysisCmd(const ArgList* args) {
 int zeAnalyzeNetlist::processDisplayAnalysisCmd(const ArgList*) {
   simdata::resetError();
   if (!resultsDir) {
-    logMsg(kError, false, kMustOpen, kProgramName);
+    logMsg(kError, Echo::no, kMustOpen, kProgramName);
     return 1;
   }
   const simdata::DatasetArray* datasets = resultsDir->datasets();
   if (datasets == nullptr || datasets->count() == 0) {
-    logMsg(kError, false, "%s: No dataset names.\n", kProgramName);
+    logMsg(kError, Echo::no, "%s: No dataset names.\n", kProgramName);
     return 1;
   }
   for (int i = 0; i < datasets->count(); ++i) {
@@ -141,10 +141,10 @@ int zeAnalyzeNetlist::processDisplayAnalysisCmd(const ArgList*) {
     const char* name = dataset->name();
     const char* type = dataset->analysisType();
     if (name != nullptr && type != nullptr) {
-      logMsg(kInfo, false, "%s\t%s\n", type, name);
+      logMsg(kInfo, Echo::no, "%s\t%s\n", type, name);
     } else {
       // A dataset lacking a text repeats whatever the message buffer holds.
-      out_log(kInfo, getLogBuf(), false);
+      out_log(kInfo, getLogBuf(), Echo::no);
     }
   }
   return 0;
@@ -157,7 +157,7 @@ int zeAnalyzeNetlist::processDisplaySignalCmd(const ArgList* args) {
   }
   const simdata::SignalList* signals = analysis->signals();
   if (signals == nullptr) {
-    logMsg(kError, false, kNoSignals, kProgramName);
+    logMsg(kError, Echo::no, kNoSignals, kProgramName);
     printLastError();
     return 1;
   }
@@ -166,13 +166,13 @@ int zeAnalyzeNetlist::processDisplaySignalCmd(const ArgList* args) {
   if (args == nullptr || args->size() != 1 || std::strcmp(option, "-v") != 0) {
     for (int i = 0; i < count; ++i) {
       const simdata::Signal* signal = signals->at(i);
-      logMsg(kInfo, false, "%s [%d] %s [%d] (type: %s)\n", signal->name1.c_str(),
+      logMsg(kInfo, Echo::no, "%s [%d] %s [%d] (type: %s)\n", signal->name1.c_str(),
              static_cast<int>(signal->name1.size()), signal->name2.c_str(),
              static_cast<int>(signal->name2.size()), signal->typeName.c_str());
     }
     return 0;
   }
-  logMsg(kInfo, false, "Reading Sim Data\n");
+  logMsg(kInfo, Echo::no, "Reading Sim Data\n");
   // When the count is a multiple of the batch size, a last empty batch is read and reported.
   for (int start = 0; start <= count; start += kSignalBatch) {
     const int end = std::min(start + kSignalBatch, count);
@@ -181,7 +181,7 @@ int zeAnalyzeNetlist::processDisplaySignalCmd(const ArgList* args) {
       batch.add(signals->at(i));
     }
     std::unique_ptr<simdata::ValueArray> values = analysis->read(batch);
-    logMsg(kInfo, false, "%d signals have been read\n", start);
+    logMsg(kInfo, Echo::no, "%d signals have been read\n", start);
     if (values) {
       for (int i = 1; i < values->count(); ++i) {
         values->release(i);
@@ -197,23 +197,23 @@ int zeAnalyzeNetlist::processSaveTemperatureCmd(const ArgList* args, double& tem
   if (writeOutputFiles) {
     const char* fileName = argAt(args, 0);
     if (fileName == nullptr) {
-      logMsg(kError, true, kNeedsFileName, kProgramName, "saveTemperature");
+      logMsg(kError, Echo::yes, kNeedsFileName, kProgramName, "saveTemperature");
       return 1;
     }
     file = OutputFile(fileName, "w+");
     if (!file) {
-      logMsg(kError, true, kCannotWrite, "saveTemperature", fileName);
+      logMsg(kError, Echo::yes, kCannotWrite, "saveTemperature", fileName);
       return 1;
     }
   }
   if (!resultsDir) {
-    logMsg(kError, true, kMustOpenLower, "saveTemperature");
+    logMsg(kError, Echo::yes, kMustOpenLower, "saveTemperature");
     return 1;
   }
   double foundTemperature = 0.0;
   bool found = false;
   if (!hasDatasets(*resultsDir)) {
-    logMsg(kError, true, kNotValidDir, "saveTemperature", resultsDir->name());
+    logMsg(kError, Echo::yes, kNotValidDir, "saveTemperature", resultsDir->name());
   } else {
     found = findTemperature(*resultsDir, foundTemperature);
   }
@@ -247,12 +247,12 @@ int zeAnalyzeNetlist::processCreateNetlistCmd(const ArgList* args) {
   simdata::resetError();
   const char* fileName = argAt(args, 0);
   if (fileName == nullptr) {
-    logMsg(kError, true, "%s: createNetlist command requires a file name.\n", kProgramName);
+    logMsg(kError, Echo::yes, "%s: createNetlist command requires a file name.\n", kProgramName);
     return 1;
   }
   OutputFile file(fileName, "w+");
   if (!file) {
-    logMsg(kError, true, "%s: Unable to create netlist file %s.\n", kProgramName, fileName);
+    logMsg(kError, Echo::yes, "%s: Unable to create netlist file %s.\n", kProgramName, fileName);
     return 1;
   }
   if (!analysisSelected()) {
@@ -260,7 +260,7 @@ int zeAnalyzeNetlist::processCreateNetlistCmd(const ArgList* args) {
   }
   const simdata::SignalList* signals = analysis->signals();
   if (signals == nullptr) {
-    logMsg(kError, true, kNoSignals, kProgramName);
+    logMsg(kError, Echo::yes, kNoSignals, kProgramName);
     printLastError();
     return 1;
   }
@@ -276,7 +276,7 @@ int zeAnalyzeNetlist::processSaveAnalysisInfoCmd(const ArgList* args,
                                                  std::vector<std::string>& info) {
   simdata::resetError();
   if (args == nullptr || args->empty()) {
-    logMsg(kError, true, kNeedsFileName, kProgramName, "saveAnalysisInfo");
+    logMsg(kError, Echo::yes, kNeedsFileName, kProgramName, "saveAnalysisInfo");
     return 1;
   }
   OutputFile file;
@@ -284,19 +284,19 @@ int zeAnalyzeNetlist::processSaveAnalysisInfoCmd(const ArgList* args,
     const char* fileName = argAt(args, 0);
     file = OutputFile(fileName, "w+");
     if (!file) {
-      logMsg(kError, true, kCannotWrite, "saveAnalysisInfo", fileName);
+      logMsg(kError, Echo::yes, kCannotWrite, "saveAnalysisInfo", fileName);
       return 1;
     }
   }
   if (!resultsDir) {
-    logMsg(kError, true, kMustOpenLower, "saveAnalysisInfo");
+    logMsg(kError, Echo::yes, kMustOpenLower, "saveAnalysisInfo");
     return 1;
   }
   startTime = -1.0;
   stopTime = -1.0;
   std::vector<std::string> lines;
   if (!hasDatasets(*resultsDir)) {
-    logMsg(kError, true, kNotValidDir, "saveAnalysisInfo", resultsDir->name());
+    logMsg(kError, Echo::yes, kNotValidDir, "saveAnalysisInfo", resultsDir->name());
   } else {
     const bool useDatabase = args->size() > 2 && (*args)[1] == "-muroDBFile";
     const simdata::DatasetArray* datasets = resultsDir->datasets();
@@ -339,7 +339,7 @@ int zeAnalyzeNetlist::processSaveAnalysisInfoCmd(const ArgList* args,
     std::fputs("#SimDataIsValid\n#AnalysisType\n", file.get());
   } else {
     std::fputs("#SimDataIsInvalid\n", file.get());
-    logMsg(kError, true, "%s: no tran/dc data found in directory %s.\n", "saveAnalysisInfo",
+    logMsg(kError, Echo::yes, "%s: no tran/dc data found in directory %s.\n", "saveAnalysisInfo",
            resultsDir->name());
   }
   for (const std::string& line : lines) {

@@ -49,7 +49,8 @@ TEST(Interpreter, CommandWordsIgnoreCaseButACAnlaysisIsSpelledExactly) {
                                  });
   EXPECT_TRUE(analysis::processSettings().ACAnalysis);
   EXPECT_EQ(result.log, std::string("ERROR: Unknown command (ACAnalysis). The following are legal "
-                                    "commands:\n") + kUnknownTail);
+                                    "commands:\n") +
+                            kUnknownTail);
   EXPECT_EQ(result.stdoutText, result.log);
   analysis::processSettings() = {};
 }
@@ -57,13 +58,13 @@ TEST(Interpreter, CommandWordsIgnoreCaseButACAnlaysisIsSpelledExactly) {
 TEST(Interpreter, CommentsAreRecognisedOnlyAtTheStartOfTheFirstWord) {
   RunResult result = runCommands("#saveResult out\n   # spaced comment\nfoo # not a comment\n");
   EXPECT_EQ(result.log, std::string("ERROR: Unknown command (foo). The following are legal "
-                                    "commands:\n") + kUnknownTail);
+                                    "commands:\n") +
+                            kUnknownTail);
 }
 
 TEST(Interpreter, EmptyLineEndsTheCommandFile) {
-  RunResult result = runCommands("evalTotalSum\n   \t\nbogus\n", [](zeAnalyzeNetlist& s) {
-    EXPECT_TRUE(s.evalTotalSum);
-  });
+  RunResult result = runCommands("evalTotalSum\n   \t\nbogus\n",
+                                 [](zeAnalyzeNetlist& s) { EXPECT_TRUE(s.evalTotalSum); });
   EXPECT_EQ(result.log, "");
   RunResult first = runCommands("\nbogus\n");
   EXPECT_EQ(first.log, "");
@@ -92,9 +93,8 @@ TEST(Interpreter, DurationTimeTakesANumberOrLogsTheDefault) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.commands);
-    RunResult result = runCommands(c.commands, [&](zeAnalyzeNetlist& s) {
-      EXPECT_EQ(s.durationTime, c.expected);
-    });
+    RunResult result = runCommands(
+        c.commands, [&](zeAnalyzeNetlist& s) { EXPECT_EQ(s.durationTime, c.expected); });
     EXPECT_EQ(result.log, c.log);
   }
 }
@@ -129,9 +129,8 @@ TEST(Interpreter, IgnoreCombinesInOrder) {
 }
 
 TEST(Interpreter, SimDataTypeSelectsQxfQuietlyOtherwise) {
-  RunResult qxf = runCommands("simDataType qxf\n", [](zeAnalyzeNetlist& s) {
-    EXPECT_EQ(s.dataType, zeNetlist::eQXF);
-  });
+  RunResult qxf = runCommands("simDataType qxf\n",
+                              [](zeAnalyzeNetlist& s) { EXPECT_EQ(s.dataType, zeNetlist::eQXF); });
   EXPECT_EQ(qxf.log, "INFO: Simulation data is in QXF format\n");
   EXPECT_EQ(qxf.stdoutText, "");
   RunResult other = runCommands("simDataType other\nsimDataType\n", [](zeAnalyzeNetlist& s) {
@@ -168,15 +167,14 @@ TEST(Interpreter, LinesThatFitTheBufferExactlyOrHoldZeroBytes) {
       {"4095 characters, last line", full, true, false, ""},
       {"zero byte after the word", zeroLine + "evalCurrentDirection\n", false, true,
        "ERROR: kra2: command file CMD, line 1: the line holds a zero byte and is skipped.\n"},
-      {"zero byte first, CR-LF ends", std::string("\0run\r\n", 6) + "#c\r\nevalTotalSum\r\n",
-       true, false,
+      {"zero byte first, CR-LF ends", std::string("\0run\r\n", 6) + "#c\r\nevalTotalSum\r\n", true,
+       false,
        "ERROR: kra2: command file CMD, line 1: the line holds a zero byte and is skipped.\n"},
       {"line numbers count line feeds, not pieces",
        "evalTotalSum " + std::string(5000, 'x') + "\n" + zeroLine, true, false,
        // The second piece holds the 918 characters that did not fit after "evalTotalSum ".
        "ERROR: Unknown command (" + std::string(918, 'x') +
-           "). The following are legal commands:\n" +
-           kUnknownTail +
+           "). The following are legal commands:\n" + kUnknownTail +
            "ERROR: kra2: command file CMD, line 2: the line holds a zero byte and is skipped.\n"},
   };
   for (const Case& c : cases) {

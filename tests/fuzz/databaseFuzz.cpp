@@ -29,8 +29,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       // The listing reads every IR record; the EM block is read after it, as callers do.
       kraDB::writeIRListing(db, sink);
       while (std::unique_ptr<kraDB::kraDBEMNode> record = db.getNextEM()) {
-        std::fprintf(sink, "%s %g %g %lld\n", record->name.c_str(), record->peak,
-                     record->avgPos, static_cast<long long>(record->term1));
+        std::fprintf(sink, "%s %g %g %lld\n", record->name.c_str(), record->peak, record->avgPos,
+                     static_cast<long long>(record->term1));
       }
       db.getNextIR();
     } else {

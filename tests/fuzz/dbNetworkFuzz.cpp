@@ -48,8 +48,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const uint8_t options = data[0];
   std::istringstream in(std::string(reinterpret_cast<const char*>(data + 1), size - 1));
   kraDBNetwork network;
-  network.loadData(in, (options & 1) != 0 ? DBNetworkColumns::kWithNets
-                                          : DBNetworkColumns::kNamesOnly);
+  network.loadData(in,
+                   (options & 1) != 0 ? DBNetworkColumns::kWithNets : DBNetworkColumns::kNamesOnly);
   const std::string hierarchy =
       pgnet::normaliseHierarchyPrefix((options & 4) != 0 ? "/top/" : "##nil##");
   const std::string resistor = pgnet::normaliseResistorPrefix((options & 8) != 0 ? "p" : "");

@@ -17,8 +17,7 @@ namespace fuzzing {
 inline const std::filesystem::path& scratchDir() {
   // Never destroyed: the exit handler that removes the folder runs after static destructors.
   static const std::filesystem::path* const dir = [] {
-    std::string pattern =
-        (std::filesystem::temp_directory_path() / "kra2-fuzz-XXXXXX").string();
+    std::string pattern = (std::filesystem::temp_directory_path() / "kra2-fuzz-XXXXXX").string();
     if (mkdtemp(pattern.data()) == nullptr) {
       std::perror("mkdtemp");
       std::abort();

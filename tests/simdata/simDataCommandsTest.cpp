@@ -131,7 +131,7 @@ TEST_F(SimDataCommands, DisplayAnalysisRepeatsTheBufferForIncompleteDatasets) {
   memory->addDataset("tran", "tran");
   memory->addDataset("x", nullptr);
   memory->addDataset("dc", "dc");
-  session.logMsg(kStatus, false, "earlier line\n");
+  session.logMsg(kStatus, Echo::no, "earlier line\n");
   const Outcome outcome = run([&] { return session.processDisplayAnalysisCmd(nullptr); });
   EXPECT_EQ(outcome.result, 0);
   EXPECT_EQ(outcome.echoed, "");
