@@ -4,12 +4,14 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <string_view>
+
+#include "support/text.h"
 
 bool isGnd(const std::string& name) { return name == "0"; }
 
@@ -18,12 +20,6 @@ namespace {
 /// A line holds at most kLineBytes - 1 characters before its line feed; a longer line is a
 /// format error.
 constexpr int kLineBytes = 4096;
-
-/// White space as isspace sees it in the C locale (the program never changes the locale),
-/// without a library call per character.
-bool isBlank(char c) {
-  return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' || c == '\r';
-}
 
 /// Makes room for the lines still to come in `file` (counted from its current position,
 /// which is restored), so that loading a large netlist does not move every instance loaded
@@ -68,68 +64,49 @@ struct LineFields {
   std::string ignored;
 };
 
+/// The text field a grammar letter names (see scanFields); letters outside "n12ab" name a
+/// text that is read and not used.
+std::string& textField(LineFields& fields, char kind) {
+  constexpr std::string_view kKinds = "n12ab";
+  std::string* const targets[] = {&fields.name, &fields.node1, &fields.node2, &fields.first,
+                                  &fields.second};
+  const size_t at = kKinds.find(kind);
+  return at == std::string_view::npos ? fields.ignored : *targets[at];
+}
+
 /// The conversions of a line grammar, in order: one letter per field.
 ///   n name, 1 node1, 2 node2, r recovery factor (float), o orientation (int),
 ///   a first operand text, b second operand text, t a text that is read and not used.
-/// Fields are separated by white space and converted as scanf's %s, %f and %d would; the
-/// result is the number of fields converted before the first that fails.
-int scanFields(const char* line, const char* grammar, LineFields& fields) {
-  const char* cursor = line;
+/// Fields are separated by white space and converted as scanf's %s, %f and %d would (numbers
+/// by strtof and strtol, so a number may end inside a word and the rest of it is the next
+/// field); the result is the number of fields converted before the first that fails. `line`
+/// ends in a zero byte, which the number conversions rely on.
+int scanFields(std::string_view line, const char* grammar, LineFields& fields) {
+  size_t pos = 0;
   int converted = 0;
   for (const char* kind = grammar; *kind != '\0'; ++kind) {
-    while (*cursor != '\0' && isBlank(*cursor)) {
-      ++cursor;
-    }
-    if (*cursor == '\0') {
+    pos = support::skipBlanks(line, pos);
+    if (pos == line.size()) {
       return converted;
     }
-    if (*kind == 'r') {
-      char* end = nullptr;
-      const float value = std::strtof(cursor, &end);
-      if (end == cursor) {
-        return converted;
-      }
-      fields.recoveryFactor = value;
-      cursor = end;
-    } else if (*kind == 'o') {
-      char* end = nullptr;
-      errno = 0;
-      const long value = std::strtol(cursor, &end, 10);
-      if (end == cursor) {
-        return converted;
-      }
-      // Out-of-range integers are clamped rather than left undefined.
-      fields.orientation = static_cast<int>(value < INT_MIN   ? INT_MIN
-                                            : value > INT_MAX ? INT_MAX
-                                                              : value);
-      cursor = end;
-    } else {
-      const char* begin = cursor;
-      while (*cursor != '\0' && !isBlank(*cursor)) {
-        ++cursor;
-      }
-      std::string* target = &fields.ignored;
-      switch (*kind) {
-        case 'n':
-          target = &fields.name;
-          break;
-        case '1':
-          target = &fields.node1;
-          break;
-        case '2':
-          target = &fields.node2;
-          break;
-        case 'a':
-          target = &fields.first;
-          break;
-        case 'b':
-          target = &fields.second;
-          break;
-        default:
-          break;
-      }
-      target->assign(begin, cursor);
+    if (*kind != 'r' && *kind != 'o') {
+      textField(fields, *kind) = support::nextWord(line, pos);
+      ++converted;
+      continue;
     }
+    const char* cursor = line.data() + pos;
+    char* end = nullptr;
+    if (*kind == 'r') {
+      fields.recoveryFactor = std::strtof(cursor, &end);
+    } else {
+      // Out-of-range integers are clamped rather than left undefined.
+      fields.orientation =
+          static_cast<int>(std::clamp<long>(std::strtol(cursor, &end, 10), INT_MIN, INT_MAX));
+    }
+    if (end == cursor) {
+      return converted;
+    }
+    pos = static_cast<size_t>(end - line.data());
     ++converted;
   }
   return converted;
@@ -186,7 +163,7 @@ int zeNetlist::readLines(FILE* file, const char* fileName, const char* grammar, 
         return 1;
       }
     }
-    if (scanFields(line, grammar, fields) < required) {
+    if (scanFields({line, length}, grammar, fields) < required) {
       reportFormatError(fileName, lineNumber);
       return 1;
     }

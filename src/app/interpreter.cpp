@@ -1,16 +1,15 @@
 #include <strings.h>
 
-#include <cctype>
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
 #include "analysis/settings.h"
 #include "app/analyzeNetlist.h"
+#include "support/text.h"
 
 namespace {
-
-bool isBlank(char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; }
 
 using Handler = void (*)(zeAnalyzeNetlist& session, const ArgList* args, int& ignoreSign);
 
@@ -28,48 +27,39 @@ void timedCommand(zeAnalyzeNetlist& session, const char* name, Call call) {
   session.report_time(name);
 }
 
-void runDatabaseCommand(int (zeAnalyzeNetlist::*handler)(const char*, const char*),
-                        zeAnalyzeNetlist& session, const ArgList* args) {
-  (session.*handler)(argAt(args, 0), argAt(args, 1));
+/// A handler that takes the first two arguments (null where absent).
+template <int (zeAnalyzeNetlist::*kHandler)(const char*, const char*)>
+void withTwoArgs(zeAnalyzeNetlist& session, const ArgList* args, int&) {
+  (session.*kHandler)(argAt(args, 0), argAt(args, 1));
+}
+
+/// A handler that takes the argument list alone.
+template <int (zeAnalyzeNetlist::*kHandler)(const ArgList*)>
+void withArgs(zeAnalyzeNetlist& session, const ArgList* args, int&) {
+  (session.*kHandler)(args);
 }
 
 // The table is tested in this order; the first case-insensitive match runs.
 const Command kCommands[] = {
     {"saveTemperature", [](zeAnalyzeNetlist& s, const ArgList* a,
                            int&) { s.processSaveTemperatureCmd(a, s.temperature); }},
-    {"lengthDataInput",
-     [](zeAnalyzeNetlist& s, const ArgList* a, int&) { s.processLengthDataInputCmd(a); }},
-    {"setLayersStack",
-     [](zeAnalyzeNetlist& s, const ArgList* a, int&) { s.processSetLayersStackCmd(a); }},
-    {"powerGridLayers",
-     [](zeAnalyzeNetlist& s, const ArgList* a, int&) { s.processPowerGridLayersCmd(a); }},
-    {"powerGridRulesInput",
-     [](zeAnalyzeNetlist& s, const ArgList* a, int&) { s.processPowerGridRulesInputCmd(a); }},
-    {"powerGridRulesOutput",
-     [](zeAnalyzeNetlist& s, const ArgList* a, int&) { s.processPowerGridRulesOutputCmd(a); }},
-    {"saveTMeshData",
-     [](zeAnalyzeNetlist& s, const ArgList* a, int&) { s.processSaveTMeshDataCmd(a); }},
-    {"cadGrid", [](zeAnalyzeNetlist& s, const ArgList* a, int&) { s.processCadGridCmd(a); }},
+    {"lengthDataInput", withArgs<&zeAnalyzeNetlist::processLengthDataInputCmd>},
+    {"setLayersStack", withArgs<&zeAnalyzeNetlist::processSetLayersStackCmd>},
+    {"powerGridLayers", withArgs<&zeAnalyzeNetlist::processPowerGridLayersCmd>},
+    {"powerGridRulesInput", withArgs<&zeAnalyzeNetlist::processPowerGridRulesInputCmd>},
+    {"powerGridRulesOutput", withArgs<&zeAnalyzeNetlist::processPowerGridRulesOutputCmd>},
+    {"saveTMeshData", withArgs<&zeAnalyzeNetlist::processSaveTMeshDataCmd>},
+    {"cadGrid", withArgs<&zeAnalyzeNetlist::processCadGridCmd>},
     {"evalCurrentDirection",
      [](zeAnalyzeNetlist& s, const ArgList*, int&) { s.evalCurrentDirection = true; }},
-    {"lengthDataOutput",
-     [](zeAnalyzeNetlist& s, const ArgList* a, int&) { s.processLengthDataOutputCmd(a); }},
+    {"lengthDataOutput", withArgs<&zeAnalyzeNetlist::processLengthDataOutputCmd>},
     {"calculateLength",
      [](zeAnalyzeNetlist& s, const ArgList*, int&) { s.processCalculateLengthCmd(); }},
     {"evalTotalSum", [](zeAnalyzeNetlist& s, const ArgList*, int&) { s.evalTotalSum = true; }},
-    {"readMuroDBIR",
-     [](zeAnalyzeNetlist& s, const ArgList* a, int&) {
-       runDatabaseCommand(&zeAnalyzeNetlist::processReadMuroDBIR, s, a);
-     }},
-    {"readMuroDBEM", [](zeAnalyzeNetlist& s, const ArgList* a, int&) { s.processReadMuroDBEM(a); }},
-    {"readMuroDBInfo",
-     [](zeAnalyzeNetlist& s, const ArgList* a, int&) {
-       runDatabaseCommand(&zeAnalyzeNetlist::processReadMuroDBInfo, s, a);
-     }},
-    {"readMuroDBTime",
-     [](zeAnalyzeNetlist& s, const ArgList* a, int&) {
-       runDatabaseCommand(&zeAnalyzeNetlist::processReadMuroDBTime, s, a);
-     }},
+    {"readMuroDBIR", withTwoArgs<&zeAnalyzeNetlist::processReadMuroDBIR>},
+    {"readMuroDBEM", withArgs<&zeAnalyzeNetlist::processReadMuroDBEM>},
+    {"readMuroDBInfo", withTwoArgs<&zeAnalyzeNetlist::processReadMuroDBInfo>},
+    {"readMuroDBTime", withTwoArgs<&zeAnalyzeNetlist::processReadMuroDBTime>},
     {"done", [](zeAnalyzeNetlist& s, const ArgList*, int&) { s.processCleanup(); }},
     {"simDataType",
      [](zeAnalyzeNetlist& s, const ArgList* a, int&) {
@@ -79,8 +69,7 @@ const Command kCommands[] = {
          s.setDataType(zeNetlist::eQXF);
        }
      }},
-    {"openSimData",
-     [](zeAnalyzeNetlist& s, const ArgList* a, int&) { s.processOpenSimDataCmd(a); }},
+    {"openSimData", withArgs<&zeAnalyzeNetlist::processOpenSimDataCmd>},
     {"saveAnalysisInfo",
      [](zeAnalyzeNetlist& s, const ArgList* a, int&) {
        std::vector<std::string> info;
@@ -90,8 +79,7 @@ const Command kCommands[] = {
      [](zeAnalyzeNetlist& s, const ArgList* a, int&) {
        timedCommand(s, "loadNetlist", [&] { s.processLoadNetlistCmd(a); });
      }},
-    {"selectAnalysis",
-     [](zeAnalyzeNetlist& s, const ArgList* a, int&) { s.processSelectAnalysisCmd(a); }},
+    {"selectAnalysis", withArgs<&zeAnalyzeNetlist::processSelectAnalysisCmd>},
     {"durationTime",
      [](zeAnalyzeNetlist& s, const ArgList* a, int&) {
        const char* value = argAt(a, 0);
@@ -140,15 +128,13 @@ const Command kCommands[] = {
        std::vector<zeInstance> saved;
        s.processSaveResultsCmd(a, saved);
      }},
-    {"displayAnalysis",
-     [](zeAnalyzeNetlist& s, const ArgList* a, int&) { s.processDisplayAnalysisCmd(a); }},
+    {"displayAnalysis", withArgs<&zeAnalyzeNetlist::processDisplayAnalysisCmd>},
     // Timed under the name "loadNetlist": the reuse is intended.
     {"displaySignals",
      [](zeAnalyzeNetlist& s, const ArgList* a, int&) {
        timedCommand(s, "loadNetlist", [&] { s.processDisplaySignalCmd(a); });
      }},
-    {"createNetlist",
-     [](zeAnalyzeNetlist& s, const ArgList* a, int&) { s.processCreateNetlistCmd(a); }},
+    {"createNetlist", withArgs<&zeAnalyzeNetlist::processCreateNetlistCmd>},
 };
 
 }  // namespace
@@ -209,38 +195,24 @@ void zeAnalyzeNetlist::collectInput() {
     std::strcpy(commandWord_, "#");
     return;
   }
-  char* cursor = line_;
-  while (*cursor != '\0' && isBlank(*cursor)) {
-    ++cursor;
-  }
-  if (*cursor == '\0') {
+  const std::string_view line(line_, lineLength);
+  size_t pos = 0;
+  const std::string_view command = support::nextWord(line, pos);
+  if (command.empty()) {
     // An empty or all-blank line ends the command file like "done".
     std::strcpy(commandWord_, "done");
     return;
   }
-  bool first = true;
-  while (*cursor != '\0') {
-    char* wordEnd = cursor;
-    while (*wordEnd != '\0' && !isBlank(*wordEnd)) {
-      ++wordEnd;
+  // A command word longer than its buffer is cut; no command is that long.
+  const size_t kept = std::min(command.size(), sizeof commandWord_ - 1);
+  std::memcpy(commandWord_, command.data(), kept);
+  commandWord_[kept] = '\0';
+  for (std::string_view word = support::nextWord(line, pos); !word.empty();
+       word = support::nextWord(line, pos)) {
+    if (!args_) {
+      args_ = std::make_unique<ArgList>();
     }
-    const size_t length = static_cast<size_t>(wordEnd - cursor);
-    if (first) {
-      // A command word longer than its buffer is cut; no command is that long.
-      const size_t kept = length < sizeof commandWord_ ? length : sizeof commandWord_ - 1;
-      std::memcpy(commandWord_, cursor, kept);
-      commandWord_[kept] = '\0';
-      first = false;
-    } else {
-      if (!args_) {
-        args_ = std::make_unique<ArgList>();
-      }
-      args_->emplace_back(cursor, length);
-    }
-    cursor = wordEnd;
-    while (*cursor != '\0' && isBlank(*cursor)) {
-      ++cursor;
-    }
+    args_->emplace_back(word);
   }
 }
 

@@ -1,7 +1,6 @@
 #include "simdata/psfFile.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -12,6 +11,8 @@
 #include <new>
 #include <unordered_map>
 
+#include "support/text.h"
+
 namespace simdata::psf {
 
 namespace {
@@ -20,9 +21,10 @@ namespace {
 /// neither the type reader nor the value reader recurses without bound.
 constexpr int kMaxNesting = 16;
 
-bool isSpace(char c) {
-  return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f';
-}
+using support::isBlank;
+
+// Numbers are read as the writers print them: "%g"-like or "%.15e" forms, "778810.", ".1e-2",
+// and the special values nan, NaN, inf and -inf (support::parseDouble).
 
 std::string unescape(std::string_view text) {
   std::string out;
@@ -34,13 +36,6 @@ std::string unescape(std::string_view text) {
     out += text[i];
   }
   return out;
-}
-
-std::string_view trimRight(std::string_view text) {
-  while (!text.empty() && isSpace(text.back())) {
-    text.remove_suffix(1);
-  }
-  return text;
 }
 
 /// A short printable excerpt of file text for messages.
@@ -114,10 +109,10 @@ class Lexer {
   size_t position() const { return pos_; }
 
  private:
-  static bool endsWord(char c) { return isSpace(c) || c == '(' || c == ')' || c == '"'; }
+  static bool endsWord(char c) { return isBlank(c) || c == '(' || c == ')' || c == '"'; }
 
   Token scan() {
-    while (pos_ < bytes_.size() && isSpace(bytes_[pos_])) {
+    while (pos_ < bytes_.size() && isBlank(bytes_[pos_])) {
       ++pos_;
     }
     Token token;
@@ -160,23 +155,6 @@ class Lexer {
   bool peeked_ = false;
   Token ahead_;
 };
-
-/// A number as the writers print it: "%g"-like or "%.15e" forms, "778810.", ".1e-2", and the
-/// special values nan, NaN, inf and -inf.
-bool parseNumber(std::string_view word, double& value) {
-  const char* first = word.data();
-  const char* last = word.data() + word.size();
-  if (first < last && *first == '+') {
-    ++first;
-  }
-  const auto result = std::from_chars(first, last, value);
-  if (result.ec == std::errc::result_out_of_range && result.ptr == last) {
-    const std::string text(first, last);
-    value = std::strtod(text.c_str(), nullptr);
-    return true;
-  }
-  return result.ec == std::errc() && result.ptr == last && first != last;
-}
 
 bool isWord(const Token& token, std::string_view word) {
   return token.kind == TokenKind::kWord && token.text == word;
@@ -272,7 +250,7 @@ class Parser {
   double readNumber(const char* what) {
     const Token token = lexer_.next();
     double value = 0.0;
-    if (token.kind != TokenKind::kWord || !parseNumber(token.text, value)) {
+    if (token.kind != TokenKind::kWord || !support::parseDouble(token.text, value)) {
       fail(token.offset, std::string("expected ") + what + ", found " + describe(token));
     }
     return value;
@@ -285,7 +263,7 @@ class Parser {
       const Token value = lexer_.next();
       if (value.kind == TokenKind::kString) {
         item.text = unescape(value.text);
-      } else if (value.kind == TokenKind::kWord && parseNumber(value.text, item.number)) {
+      } else if (value.kind == TokenKind::kWord && support::parseDouble(value.text, item.number)) {
         item.text = value.text;
         item.isNumber = true;
       } else {
@@ -334,7 +312,7 @@ class Parser {
         }
       } else if (value.kind == TokenKind::kOpen) {
         skipList(open.offset);
-      } else if (value.kind != TokenKind::kWord || !parseNumber(value.text, number)) {
+      } else if (value.kind != TokenKind::kWord || !support::parseDouble(value.text, number)) {
         fail(value.offset, "expected the value of property \"" + excerpt(name.text) + "\", found " +
                                describe(value));
       }
@@ -355,7 +333,7 @@ class Parser {
     }
     const Token name = expect(TokenKind::kString, "a type name");
     TypeDef type;
-    type.name = std::string(trimRight(unescape(name.text)));
+    type.name = std::string(support::trimRight(unescape(name.text)));
     auto set = [&](Category category) {
       if (type.category == Category::kNone) {
         type.category = category;
@@ -421,7 +399,7 @@ class Parser {
   }
 
   const TypeDef* findType(const Token& name) const {
-    const auto it = types_.find(std::string(trimRight(unescape(name.text))));
+    const auto it = types_.find(std::string(support::trimRight(unescape(name.text))));
     if (it == types_.end()) {
       fail(name.offset, "type \"" + excerpt(name.text) + "\" is not defined in the TYPE section");
     }
@@ -502,7 +480,7 @@ class Parser {
         lexer_.next();
         const Token countToken = lexer_.next();
         double count = -1.0;
-        if (countToken.kind != TokenKind::kWord || !parseNumber(countToken.text, count) ||
+        if (countToken.kind != TokenKind::kWord || !support::parseDouble(countToken.text, count) ||
             !(count >= 0 && count <= 2147483647.0) || count != std::floor(count)) {
           fail(countToken.offset, "expected the member count of GROUP \"" + excerpt(name.text) +
                                       "\", found " + describe(countToken));
@@ -546,7 +524,7 @@ class Parser {
           real = readNumber("the real part of a complex value");
           readNumber("the imaginary part of a complex value");
           expect(TokenKind::kClose, "')' closing a complex value");
-        } else if (token.kind != TokenKind::kWord || !parseNumber(token.text, real)) {
+        } else if (token.kind != TokenKind::kWord || !support::parseDouble(token.text, real)) {
           fail(token.offset,
                "expected a number for \"" + excerpt(path) + "\", found " + describe(token));
         }
@@ -776,11 +754,11 @@ bool parsePsf(std::string_view bytes, const std::string& path, PsfData& data, st
 
 bool startsLikePsfAscii(std::string_view head) {
   size_t i = 0;
-  while (i < head.size() && isSpace(head[i])) {
+  while (i < head.size() && isBlank(head[i])) {
     ++i;
   }
   head.remove_prefix(i);
-  return head.starts_with("HEADER") && (head.size() == 6 || isSpace(head[6]));
+  return head.starts_with("HEADER") && (head.size() == 6 || isBlank(head[6]));
 }
 
 }  // namespace simdata::psf

@@ -13,24 +13,13 @@
 #include "simdata/columnStore.h"
 #include "simdata/rawHeaderText.h"
 #include "simdata/viewValues.h"
+#include "support/text.h"
 
 namespace simdata {
 
 namespace raw {
 
-namespace {
-
-std::string lower(std::string_view text) {
-  std::string out(text);
-  for (char& c : out) {
-    if (c >= 'A' && c <= 'Z') {
-      c = static_cast<char>(c - 'A' + 'a');
-    }
-  }
-  return out;
-}
-
-}  // namespace
+using support::lowerAscii;
 
 std::string_view analysisTitle(std::string_view plotname) {
   // "Step Analysis: Step 1 of 3 params:  name = VGS value = 0.8  AC Analysis": the title
@@ -52,7 +41,7 @@ std::string_view analysisTitle(std::string_view plotname) {
 }
 
 std::string analysisKind(std::string_view plotname) {
-  const std::string name = lower(analysisTitle(plotname));
+  const std::string name = lowerAscii(analysisTitle(plotname));
   // Matched on substrings, most specific first: some writers put words around the title
   // ("DC operating point", "Noise Spectral Density Curves").
   static const std::pair<const char*, const char*> kKinds[] = {
@@ -83,7 +72,7 @@ std::string analysisTypeOfKind(const std::string& kind) {
 bool plotHasAxis(const Plot& plot) {
   const std::string kind = analysisKind(plot.plotname);
   return kind != "op" && kind != "tf" &&
-         lower(plot.plotname).find("integrated noise") == std::string::npos;
+         lowerAscii(plot.plotname).find("integrated noise") == std::string::npos;
 }
 
 std::string bareName(std::string_view name) {

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <bit>
-#include <charconv>
 #include <climits>
 #include <cmath>
 #include <cstdio>
@@ -15,52 +14,16 @@
 #include <optional>
 
 #include "simdata/rawHeaderText.h"
+#include "support/text.h"
 
 namespace simdata::raw {
 
 namespace {
 
-bool isSpace(char c) {
-  return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f';
-}
-
-std::string_view trim(std::string_view text) {
-  while (!text.empty() && isSpace(text.front())) {
-    text.remove_prefix(1);
-  }
-  while (!text.empty() && isSpace(text.back())) {
-    text.remove_suffix(1);
-  }
-  return text;
-}
-
-std::string lower(std::string_view text) {
-  std::string out(text);
-  for (char& c : out) {
-    if (c >= 'A' && c <= 'Z') {
-      c = static_cast<char>(c - 'A' + 'a');
-    }
-  }
-  return out;
-}
-
-std::vector<std::string_view> splitWords(std::string_view text) {
-  std::vector<std::string_view> words;
-  size_t i = 0;
-  while (i < text.size()) {
-    while (i < text.size() && isSpace(text[i])) {
-      ++i;
-    }
-    const size_t start = i;
-    while (i < text.size() && !isSpace(text[i])) {
-      ++i;
-    }
-    if (i > start) {
-      words.push_back(text.substr(start, i - start));
-    }
-  }
-  return words;
-}
+using support::isBlank;
+using support::lowerAscii;
+using support::splitWords;
+using support::trim;
 
 /// A short printable excerpt of file text for messages.
 std::string excerpt(std::string_view text) {
@@ -183,7 +146,7 @@ class Parser {
   bool atEnd() const { return pos_ >= bytes_.size(); }
 
   void skipSpace() {
-    while (pos_ < bytes_.size() && isSpace(bytes_[pos_])) {
+    while (pos_ < bytes_.size() && isBlank(bytes_[pos_])) {
       ++pos_;
     }
   }
@@ -203,7 +166,7 @@ class Parser {
       return false;
     }
     const std::string_view key = trim(line.substr(0, colon));
-    return looksLikeKey(key) && isKnownKey(lower(key));
+    return looksLikeKey(key) && isKnownKey(lowerAscii(key));
   }
 
   static std::optional<int> parseCount(std::string_view text) {
@@ -270,7 +233,7 @@ class Parser {
         fail(lineStart, Place::kLineIfText,
              "expected a header line 'Key: value', found '" + excerpt(line) + "'");
       }
-      const std::string key = lower(rawKey);
+      const std::string key = lowerAscii(rawKey);
       const std::string_view value = trim(line.substr(colon + 1));
       if (key == "variables") {
         firstVariable = value;
@@ -345,7 +308,7 @@ class Parser {
     const std::string where = "plot " + std::to_string(number) + ": ";
     const size_t points = static_cast<size_t>(plot.points);
     const Variable& scale = plot.variables.front();
-    if (lower(scale.type) == "time") {
+    if (lowerAscii(scale.type) == "time") {
       auto timeAt = [&](size_t p) {
         if (plot.decoded) {
           return (*plot.decoded)[p];
@@ -424,7 +387,7 @@ class Parser {
     Flags flags;
     bool doubles = false;
     for (const std::string& word : plot.flags) {
-      const std::string flag = lower(word);
+      const std::string flag = lowerAscii(word);
       if (flag == "complex") {
         plot.numbers = Numbers::kComplex;
       } else if (flag == "real") {
@@ -440,7 +403,7 @@ class Parser {
       }
     }
     const bool singles =
-        plot.utf16Header || lower(plot.command).find("ltspice") != std::string::npos;
+        plot.utf16Header || lowerAscii(plot.command).find("ltspice") != std::string::npos;
     for (size_t v = 0; v < plot.variables.size(); ++v) {
       Variable& variable = plot.variables[v];
       variable.element = plot.numbers == Numbers::kComplex ? Element::kComplex
@@ -448,7 +411,8 @@ class Parser {
                                                            : Element::kFloat64;
     }
     // Its time values carry a sign flag that is no part of the value.
-    plot.absoluteScale = singles && lower(plot.plotname).find("transient") != std::string::npos;
+    plot.absoluteScale =
+        singles && lowerAscii(plot.plotname).find("transient") != std::string::npos;
     return flags;
   }
 
@@ -476,7 +440,7 @@ class Parser {
     variable.length = -1;
     for (size_t i = 3; i < words.size(); ++i) {
       variable.options.emplace_back(words[i]);
-      if (lower(words[i]).starts_with("dims=")) {
+      if (lowerAscii(words[i]).starts_with("dims=")) {
         const auto length = dimsLength(words[i].substr(5));
         if (!length) {
           fail(lineStart, Place::kLineIfText,
@@ -506,7 +470,7 @@ class Parser {
       if (text.empty()) {
         continue;
       }
-      const std::string head = lower(text.substr(0, 7));
+      const std::string head = lowerAscii(text.substr(0, 7));
       if (head == "values:" || head == "binary:") {
         fail(lineStart, Place::kLineIfText,
              "the header announces " + std::to_string(count) + " variables but lists " +
@@ -527,7 +491,7 @@ class Parser {
       if (text.empty()) {
         continue;
       }
-      const std::string marker = text.size() == 7 ? lower(text) : std::string();
+      const std::string marker = text.size() == 7 ? lowerAscii(text) : std::string();
       if (marker == "values:") {
         if (lines.encoding() == HeaderEncoding::kUtf16le) {
           fail(lineStart, Place::kLineIfText,
@@ -674,26 +638,11 @@ class Parser {
       return false;
     }
     start = pos_;
-    while (pos_ < bytes_.size() && !isSpace(bytes_[pos_])) {
+    while (pos_ < bytes_.size() && !isBlank(bytes_[pos_])) {
       ++pos_;
     }
     end = pos_;
     return true;
-  }
-
-  static bool parseDouble(const char* first, const char* last, double& value, const char*& stop) {
-    if (first < last && *first == '+') {
-      ++first;
-    }
-    const auto result = std::from_chars(first, last, value);
-    stop = result.ptr;
-    if (result.ec == std::errc::result_out_of_range) {
-      // Denormal or overflowing text: keep what strtod-like readers would give.
-      std::string text(first, static_cast<size_t>(result.ptr - first));
-      value = std::strtod(text.c_str(), nullptr);
-      return result.ptr != first;
-    }
-    return result.ec == std::errc();
   }
 
   [[noreturn]] void failValue(size_t at, int point, int variable, std::string_view token,
@@ -715,15 +664,15 @@ class Parser {
     const char* first = bytes_.data() + start;
     const char* last = bytes_.data() + end;
     double real = 0.0;
-    const char* stop = nullptr;
     if (plot.numbers == Numbers::kReal) {
-      if (!parseDouble(first, last, real, stop) || stop != last) {
+      if (support::readDouble(first, last, real) != last) {
         failValue(start, point, variable, {first, static_cast<size_t>(last - first)},
                   "expected a number");
       }
       return real;
     }
-    if (!parseDouble(first, last, real, stop) || stop == last || *stop != ',') {
+    const char* stop = support::readDouble(first, last, real);
+    if (stop == nullptr || stop == last || *stop != ',') {
       failValue(start, point, variable, {first, static_cast<size_t>(last - first)},
                 "expected a complex number 're,im'");
     }
@@ -740,7 +689,7 @@ class Parser {
       imagLast = bytes_.data() + imagEnd;
     }
     double imag = 0.0;
-    if (!parseDouble(imagFirst, imagLast, imag, stop) || stop != imagLast) {
+    if (support::readDouble(imagFirst, imagLast, imag) != imagLast) {
       failValue(static_cast<size_t>(imagFirst - bytes_.data()), point, variable,
                 {imagFirst, static_cast<size_t>(imagLast - imagFirst)},
                 "expected the imaginary part");

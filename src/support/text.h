@@ -52,12 +52,18 @@ inline std::string lowerAscii(std::string_view text) {
   return out;
 }
 
-/// The next white-space separated word of `text` from byte `pos` on; `pos` moves past it.
-/// Empty (with `pos` at the end) when only white space is left.
-constexpr std::string_view nextWord(std::string_view text, size_t& pos) {
+/// The first byte of `text` at or after `pos` that is not white space (text.size() if none).
+constexpr size_t skipBlanks(std::string_view text, size_t pos) {
   while (pos < text.size() && isBlank(text[pos])) {
     ++pos;
   }
+  return pos;
+}
+
+/// The next white-space separated word of `text` from byte `pos` on; `pos` moves past it.
+/// Empty (with `pos` at the end) when only white space is left.
+constexpr std::string_view nextWord(std::string_view text, size_t& pos) {
+  pos = skipBlanks(text, pos);
   const size_t start = pos;
   while (pos < text.size() && !isBlank(text[pos])) {
     ++pos;
