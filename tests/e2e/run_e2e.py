@@ -5,14 +5,20 @@ A case folder holds:
   cmd              the command file (run as: kra2 -cmd cmd -log kra2.log)
   args             optional: the kra2 command line instead, one argument per line
   env              optional: NAME=VALUE lines added to the environment
+  env.<variant>    optional, any number: the case runs once per variant, each with its own
+                   NAME=VALUE lines on top of env, all against the same expected/
   setup            optional: shell lines run in the work folder before kra2 ($KRA2_TOOLS
-                   names the build folder, for companion tools such as kra2db)
+                   names the build folder, for companion tools such as kra2db, and
+                   $KRA2_SAMPLES the shared samples folder given by --samples: a case whose
+                   setup uses it prints "skip <name> (samples folder missing)" without it)
   in/              inputs, copied into a fresh temporary work folder
   expected/stdout  what kra2 prints
   expected/log     the log file (absent when no log is written)
   expected/files/  every other file the run leaves behind
 Volatile fields (elapsed seconds) are normalised; no line is ever dropped. Unexpected files
-fail the case. --bless rewrites expected/ from the actual run; review every blessed change.
+fail the case. --bless rewrites expected/ from the actual run (the first variant's; the others
+are compared with it); review every blessed change. Exit status: 1 when a case fails, else
+SKIPPED (77) when every case was skipped, else 0.
 """
 import argparse
 import difflib
@@ -22,6 +28,8 @@ import shutil
 import subprocess
 import sys
 import tempfile
+
+SKIPPED = 77
 
 VOLATILE = [
     (re.compile(rb"\( time [0-9.e+-]+ sec \)"), b"( time X sec )"),
@@ -42,7 +50,19 @@ def read_lines(path):
         return [line.rstrip("\n") for line in handle if line.strip()]
 
 
-def run_case(kra2, tools_dir, case_dir, work):
+def variants(case_dir):
+    """(name, env files) of each run of a case: one per env.<variant>, or one plain run."""
+    base = [os.path.join(case_dir, "env")]
+    names = sorted(n[4:] for n in os.listdir(case_dir) if n.startswith("env."))
+    return [(n, base + [os.path.join(case_dir, "env." + n)]) for n in names] or [("", base)]
+
+
+def needs_samples(case_dir):
+    setup = os.path.join(case_dir, "setup")
+    return os.path.exists(setup) and "KRA2_SAMPLES" in open(setup, encoding="utf-8").read()
+
+
+def run_case(kra2, tools_dir, samples, case_dir, env_files, work):
     in_dir = os.path.join(case_dir, "in")
     if os.path.isdir(in_dir):
         shutil.copytree(in_dir, work, dirs_exist_ok=True)
@@ -56,8 +76,8 @@ def run_case(kra2, tools_dir, case_dir, work):
                  "ENABLE_VFI_L_RON_DATA_READING_FROM_QXF", "KRA_DISABLE_ARCHITECTURE_FINDING"):
         env.pop(name, None)
     env["KRA2_TOOLS"] = tools_dir
-    env_file = os.path.join(case_dir, "env")
-    if os.path.exists(env_file):
+    env["KRA2_SAMPLES"] = samples
+    for env_file in filter(os.path.exists, env_files):
         for line in read_lines(env_file):
             key, _, value = line.partition("=")
             env[key] = value
@@ -124,36 +144,53 @@ def compare(expected, actual):
     return problems
 
 
+def check(options, case_dir, name, env_files, blessed):
+    """Runs one variant of a case; returns the problems found (none when blessing)."""
+    with tempfile.TemporaryDirectory(prefix="kra2-e2e-") as work:
+        code, stderr, actual = run_case(os.path.abspath(options.kra2),
+                                        os.path.abspath(options.tools_dir),
+                                        os.path.abspath(options.samples), case_dir, env_files,
+                                        work)
+    if options.bless and not blessed:
+        bless(case_dir, actual)
+        print(f"blessed {name}")
+        return []
+    problems = compare(expected_files(case_dir), actual)
+    if code != 0:
+        problems.append(f"exit status {code}")
+    if stderr:
+        problems.append("stderr:\n" + stderr.decode("utf-8", "replace")[:4000])
+    return problems
+
+
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--kra2", required=True)
     parser.add_argument("--tools-dir", default="")
+    parser.add_argument("--samples", default="")
     parser.add_argument("--bless", action="store_true")
     parser.add_argument("cases", nargs="+")
     options = parser.parse_args()
-    failed = 0
+    failed = skipped = 0
     for case_dir in map(os.path.abspath, options.cases):
         name = os.path.basename(os.path.normpath(case_dir))
-        with tempfile.TemporaryDirectory(prefix="kra2-e2e-") as work:
-            code, stderr, actual = run_case(os.path.abspath(options.kra2),
-                                            os.path.abspath(options.tools_dir), case_dir, work)
-        if options.bless:
-            bless(case_dir, actual)
-            print(f"blessed {name}")
+        if needs_samples(case_dir) and not os.path.isdir(options.samples):
+            skipped += 1
+            print(f"skip {name} (samples folder missing)")
             continue
-        problems = compare(expected_files(case_dir), actual)
-        if code != 0:
-            problems.append(f"exit status {code}")
-        if stderr:
-            problems.append("stderr:\n" + stderr.decode("utf-8", "replace")[:4000])
-        if problems:
-            failed += 1
-            print(f"FAIL {name}")
-            for problem in problems:
-                print(problem)
-        else:
-            print(f"ok {name}")
-    return 1 if failed else 0
+        for index, (variant, env_files) in enumerate(variants(case_dir)):
+            label = f"{name} [{variant}]" if variant else name
+            problems = check(options, case_dir, label, env_files, index > 0)
+            if problems:
+                failed += 1
+                print(f"FAIL {label}")
+                for problem in problems:
+                    print(problem)
+            elif not options.bless or index > 0:
+                print(f"ok {label}")
+    if failed:
+        return 1
+    return SKIPPED if skipped == len(options.cases) else 0
 
 
 if __name__ == "__main__":
