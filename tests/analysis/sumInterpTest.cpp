@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "analysis/sumInterp.h"
+#include "support/caseTable.h"
 
 namespace analysis {
 namespace {
@@ -38,38 +39,15 @@ class SumInterp : public testing::Test {
 };
 
 TEST_F(SumInterp, MergesAxesAndHoldsTheLastValue) {
-  struct Case {
-    const char* name;
-    Vec x1, y1, x2, y2;
-    int minTime;
-    Vec times;  // what the 5-entry outputs (pre-filled with -1) hold afterwards
-    Vec sums;
-  };
-  const Case cases[] = {
-      Case("identical axes", {0, 1, 2}, {1, 2, 3}, {0, 1, 2}, {10, 20, 30}, 0, {0, 1, 2, -1, -1},
-           {11, 22, 33, -1, -1}),
-      // Waveform 1 is interpolated to 1 at time 1.
-      Case("interpolation", {0, 2}, {0, 2}, {0, 1, 2}, {1, 1, 1}, 0, {0, 1, 2, -1, -1},
-           {1, 2, 3, -1, -1}),
-      // Waveform 2 is interpolated at 1 (4 + 4/2 x 1) and at 3 (8 - 8/2 x 1), waveform 1 at 2.
-      Case("both ways", {0, 1, 3}, {0, 1, 3}, {0, 2, 4}, {4, 8, 0}, 0, {0, 1, 2, 3, 4},
-           {4, 7, 10, 7, 3}),
-      Case("waveform 2 ends first", {0, 1, 2, 3}, {1, 1, 1, 1}, {0, 1}, {5, 7}, 0, {0, 1, 2, 3, -1},
-           {6, 8, 8, 8, -1}),
-      Case("the first time is that of waveform 1", {1, 2}, {1, 1}, {0, 2}, {0, 4}, 0,
-           {1, 2, -1, -1, -1}, {1, 5, -1, -1, -1}),
-      Case("bound above every time", {0, 0.5, 0.9}, {1, 1, 1}, {0, 0.5, 0.9}, {1, 1, 1}, 1,
-           {-1, -1, -1, -1, -1}, {-1, -1, -1, -1, -1}),
-      Case("bound above the first time only", {0, 2, 3}, {1, 1, 1}, {0, 2, 3}, {1, 1, 1}, 1,
-           {-1, -1, -1, -1, -1}, {-1, -1, -1, -1, -1})};
-  for (const Case& c : cases) {
+  for (const auto& c : testing_support::readCaseTable("analysis/sum_interp_cases.txt")) {
     SCOPED_TRACE(c.name);
     auto outY = vec({-1, -1, -1, -1, -1});
     auto outX = vec({-1, -1, -1, -1, -1});
-    sumInterp(c.minTime, vec(c.y1).get(), vec(c.y2).get(), vec(c.x1).get(), vec(c.x2).get(),
+    sumInterp(static_cast<int>(c.number("minTime")), vec(c.numbers("y1")).get(),
+              vec(c.numbers("y2")).get(), vec(c.numbers("x1")).get(), vec(c.numbers("x2")).get(),
               outY.get(), outX.get(), true);
-    EXPECT_EQ(contents(*outX), c.times);
-    EXPECT_EQ(contents(*outY), c.sums);
+    EXPECT_EQ(contents(*outX), c.numbers("times"));
+    EXPECT_EQ(contents(*outY), c.numbers("sums"));
   }
 }
 
