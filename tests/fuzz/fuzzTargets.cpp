@@ -66,11 +66,10 @@ void fuzzNetlist(std::string_view input) {
   netlist.valueColumn = (options & 4) != 0 ? 4.0f : 0.0f;
   netlist.keepBackslashNames = (options & 8) != 0;
   const char* name = (options & 32) != 0 ? nullptr : "fuzz.net";
-  if ((options & 16) != 0) {
-    netlist.loadNetlistPeakCurrents(file, name);
-  } else {
-    netlist.loadNetlist(file, name);
-  }
+  const int result = (options & 16) != 0 ? netlist.loadNetlistPeakCurrents(file, name)
+                                         : netlist.loadNetlist(file, name);
+  expect((result == 0 || result == 1) && netlist.loaded == (result == 0),
+         "a netlist loads whole or reports a format error");
   std::fclose(file);
   netlist.saveResults(NullFile().file);
 }
