@@ -23,7 +23,7 @@
 #include "app/analyzeNetlist.h"
 #include "simdata/timeRange.h"
 #include "support/flatNameMap.h"
-#include "support/threadPool.h"
+#include "support/parallel.h"
 
 namespace {
 
@@ -314,7 +314,7 @@ int storeStreamed(const analysis::StreamedMeasures& measures, int first, int end
                   std::vector<zeInstance>& list) {
   const size_t from = static_cast<size_t>(std::max(first, 0));
   const size_t to = static_cast<size_t>(std::max(end, first));
-  support::ThreadPool::shared().parallelFor(to - from, 256, [&](size_t begin, size_t stop) {
+  support::parallelFor(to - from, 256, [&](size_t begin, size_t stop) {
     for (size_t i = from + begin; i < from + stop; ++i) {
       zeInstance& instance = list[i];
       if (!instance.valid) {
@@ -524,7 +524,7 @@ int zeAnalyzeNetlist::analyseNetlist(int first, int count, std::vector<zeInstanc
     // Reading such values writes to standard output: keep the netlist's order.
     measureRun(0, outcomes.size());
   } else {
-    support::ThreadPool::shared().parallelFor(outcomes.size(), kInstancesPerPiece, measureRun);
+    support::parallelFor(outcomes.size(), kInstancesPerPiece, measureRun);
   }
 
   int failed = 0;

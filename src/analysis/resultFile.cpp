@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <vector>
 
-#include "support/threadPool.h"
+#include "support/parallel.h"
 
 namespace analysis {
 
@@ -100,7 +100,7 @@ int zeNetlist::saveResults(FILE* file) const {
   if (file == nullptr || instances.empty()) {
     return 0;
   }
-  // Lines are formatted in blocks on the thread pool and written in netlist order, a window
+  // Lines are formatted in blocks on all threads and written in netlist order, a window
   // of blocks at a time so that the text held at once stays bounded.
   constexpr size_t kBlock = 2048;
   constexpr size_t kWindow = 64 * kBlock;
@@ -108,7 +108,7 @@ int zeNetlist::saveResults(FILE* file) const {
   for (size_t start = 0; start < instances.size(); start += kWindow) {
     const size_t end = std::min(instances.size(), start + kWindow);
     const size_t blocks = (end - start + kBlock - 1) / kBlock;
-    support::ThreadPool::shared().parallelFor(blocks, 1, [&](size_t first, size_t last) {
+    support::parallelFor(blocks, 1, [&](size_t first, size_t last) {
       for (size_t b = first; b < last; ++b) {
         analysis::ResultWriter writer(nullptr);
         const size_t from = start + b * kBlock;

@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "analysis/detail/statisticsParts.h"
-#include "support/threadPool.h"
+#include "support/parallel.h"
 
 namespace analysis {
 
@@ -414,23 +414,22 @@ void StreamedMeasures::feed(size_t first, size_t count, std::span<const double* 
     return;
   }
   auto run = [&]<int kSplit>() {
-    support::ThreadPool::shared().parallelFor(
-        units_.size(), kUnitsPerPiece, [&](size_t begin, size_t end) {
-          for (size_t u = begin; u < end; ++u) {
-            const size_t place = units_[u];
-            switch (unitLanes_[u]) {
-              case 4:
-                advanceQuad<kSplit>(place, first, count, slotValues);
-                break;
-              case 2:
-                advancePair<kSplit>(place, first, count, slotValues);
-                break;
-              default:
-                advance<kSplit>(place, first, count, slotValues);
-                break;
-            }
-          }
-        });
+    support::parallelFor(units_.size(), kUnitsPerPiece, [&](size_t begin, size_t end) {
+      for (size_t u = begin; u < end; ++u) {
+        const size_t place = units_[u];
+        switch (unitLanes_[u]) {
+          case 4:
+            advanceQuad<kSplit>(place, first, count, slotValues);
+            break;
+          case 2:
+            advancePair<kSplit>(place, first, count, slotValues);
+            break;
+          default:
+            advance<kSplit>(place, first, count, slotValues);
+            break;
+        }
+      }
+    });
   };
   switch (detail::splitOf(settings_.ignoreSign)) {
     case 0:

@@ -61,7 +61,7 @@ class StreamedMeasures {
   size_t points() const { return axis_.size(); }
 
   /// Feeds points [first, first + count): slotValues[s] holds the `count` values of slot s
-  /// (NaN as 0.0). Instances are advanced in parallel on the shared thread pool.
+  /// (NaN as 0.0). Instances are advanced in parallel.
   void feed(size_t first, size_t count, std::span<const double* const> slotValues);
 
   /// The statistics of instance k once every point was fed, into `out` (which must start as

@@ -12,7 +12,7 @@
 #include <fstream>
 #include <new>
 
-#include "support/threadPool.h"
+#include "support/parallel.h"
 
 namespace simdata::raw {
 
@@ -176,11 +176,10 @@ void streamColumns(const RecordLayout& records, std::span<const int> columns,
     values[k] = chunk + k * stride;
   }
   const size_t tiles = (count + kTileColumns - 1) / kTileColumns;
-  support::ThreadPool& pool = support::ThreadPool::shared();
   for (size_t p0 = 0; p0 < records.points; p0 += stride) {
     const size_t p1 = std::min(records.points, p0 + stride);
     populatePages(records.base + p0 * records.recordBytes, records.base + p1 * records.recordBytes);
-    pool.parallelFor(tiles, 4, [&](size_t first, size_t last) {
+    support::parallelFor(tiles, 4, [&](size_t first, size_t last) {
       const std::span<const size_t> tile(
           order.data() + first * kTileColumns,
           std::min(count, last * kTileColumns) - first * kTileColumns);
@@ -254,10 +253,9 @@ bool ColumnStore::buildInMemory(const RecordLayout& records, const ColumnStoreSe
   const size_t chunkPoints =
       std::clamp<size_t>(kChunkBytes / std::max<size_t>(records.recordBytes, 1), kTilePoints, 1024);
   const size_t tiles = (columns_ + kTileColumns - 1) / kTileColumns;
-  support::ThreadPool& pool = support::ThreadPool::shared();
   for (size_t p0 = 0; p0 < points_; p0 += chunkPoints) {
     const size_t p1 = std::min(points_, p0 + chunkPoints);
-    pool.parallelFor(tiles, 8, [&](size_t first, size_t last) {
+    support::parallelFor(tiles, 8, [&](size_t first, size_t last) {
       const size_t c0 = first * kTileColumns;
       const size_t c1 = std::min(columns_, last * kTileColumns);
       transpose(records, p0, p1, c0, c1, memory_ + c0 * points_, nan_.data());
@@ -290,11 +288,10 @@ bool ColumnStore::buildInFile(const RecordLayout& records, const ColumnStoreSett
     error = "not enough memory for a pass of the column store";
     return false;
   }
-  support::ThreadPool& pool = support::ThreadPool::shared();
   for (size_t c0 = 0; c0 < columns_; c0 += passColumns) {
     const size_t c1 = std::min(columns_, c0 + passColumns);
     const size_t tiles = (c1 - c0 + kTileColumns - 1) / kTileColumns;
-    pool.parallelFor(tiles, 1, [&](size_t first, size_t last) {
+    support::parallelFor(tiles, 1, [&](size_t first, size_t last) {
       const size_t t0 = c0 + first * kTileColumns;
       const size_t t1 = std::min(c1, c0 + last * kTileColumns);
       transpose(records, 0, points_, t0, t1, buffer.data() + (t0 - c0) * points_, nan_.data());

@@ -36,7 +36,7 @@ using ChunkVisitor =
     std::function<void(size_t first, size_t count, std::span<const double* const> values)>;
 
 /// Visits the listed columns of the records in one pass, chunk of points by chunk of points
-/// in order, with NaN read as 0.0. Each chunk is transposed on the shared thread pool into a
+/// in order, with NaN read as 0.0. Each chunk is transposed on all threads into a
 /// buffer that is reused; with `releaseRecords` the pages of the records are given back once
 /// their chunk is visited, so the pass keeps only about `chunkBytes` of values resident (the
 /// records must then be a read-only file mapping, which refills from the file; other memory
