@@ -139,6 +139,16 @@ InstanceTraits traitsOf(const zeInstance& instance, int orientation) {
   return traits;
 }
 
+InstanceCase classifyInstance(int idx1, int idx2, int orientation) {
+  if (idx1 == -1) {
+    if (noSecondValue(idx2)) {
+      return {WaveformCase::kNone, orientation};
+    }
+    return {WaveformCase::kSecondAlone, orientation == 1 ? 0 : orientation == 0 ? 1 : -1};
+  }
+  return {noSecondValue(idx2) ? WaveformCase::kFirstAlone : WaveformCase::kBoth, orientation};
+}
+
 void dcDifference(const simdata::ValueArray* values, int idx1, int idx2, voltageData& out) {
   if (values == nullptr) {
     return;
@@ -164,27 +174,30 @@ int transientDifference(const simdata::ValueArray* values, int idx1, int idx2,
   if (values == nullptr) {
     return -1;
   }
-  if (idx1 == -1) {
-    if (noSecondValue(idx2)) {
+  const InstanceCase measured = classifyInstance(idx1, idx2, instance.orientation);
+  InstanceTraits traits = instance;
+  traits.orientation = measured.orientation;
+  switch (measured.waveforms) {
+    case WaveformCase::kNone:
       return -1;
+    case WaveformCase::kSecondAlone: {
+      const WaveformSamples wave = waveformAt(values, idx2, scratch.x2, scratch.y2, scratch);
+      IndexRange range;
+      timeRange(wave.waveform, range.start, range.stop);
+      const int direction = measureOneWaveform(settings, traits, range, wave.x, wave.y, 0.0, out);
+      // They would describe the wrong node.
+      out.rawAvg = 0.0;
+      out.peakValue = 0.0;
+      return direction;
     }
-    // The second node alone: its current flows the other way round.
-    const WaveformSamples wave = waveformAt(values, idx2, scratch.x2, scratch.y2, scratch);
-    IndexRange range;
-    timeRange(wave.waveform, range.start, range.stop);
-    InstanceTraits mapped = instance;
-    mapped.orientation = instance.orientation == 1 ? 0 : instance.orientation == 0 ? 1 : -1;
-    const int direction = measureOneWaveform(settings, mapped, range, wave.x, wave.y, 0.0, out);
-    // They would describe the wrong node.
-    out.rawAvg = 0.0;
-    out.peakValue = 0.0;
-    return direction;
-  }
-  if (noSecondValue(idx2)) {
-    const WaveformSamples wave = waveformAt(values, idx1, scratch.x1, scratch.y1, scratch);
-    IndexRange range;
-    timeRange(wave.waveform, range.start, range.stop);
-    return measureOneWaveform(settings, instance, range, wave.x, wave.y, ref, out);
+    case WaveformCase::kFirstAlone: {
+      const WaveformSamples wave = waveformAt(values, idx1, scratch.x1, scratch.y1, scratch);
+      IndexRange range;
+      timeRange(wave.waveform, range.start, range.stop);
+      return measureOneWaveform(settings, traits, range, wave.x, wave.y, ref, out);
+    }
+    case WaveformCase::kBoth:
+      break;
   }
   const WaveformSamples wave1 = waveformAt(values, idx1, scratch.x1, scratch.y1, scratch);
   WaveformSamples wave2;
@@ -197,7 +210,7 @@ int transientDifference(const simdata::ValueArray* values, int idx1, int idx2,
                   : axisSamplesOf(x2, scratch.x2, scratch);
     wave2.y = samplesOf(wave2.waveform->yVector(), scratch.y2);
   }
-  return measureTwoWaveforms(settings, instance, wave1.x, wave2.x, wave1.y, wave2.y, out);
+  return measureTwoWaveforms(settings, traits, wave1.x, wave2.x, wave1.y, wave2.y, out);
 }
 
 }  // namespace analysis

@@ -37,6 +37,25 @@ using TimeRangeLookup = std::function<void(const simdata::Value* waveform, int& 
 /// netlist order on one thread so that the output stays the same.
 bool printsWhileReading(const simdata::ValueArray* values);
 
+/// Which waveforms a transient measure of an instance takes.
+enum class WaveformCase {
+  kNone,         ///< no first node and no second value: nothing is measured
+  kFirstAlone,   ///< the first node against ground or the fixed value
+  kSecondAlone,  ///< the second node alone, its current flowing the other way round
+  kBoth,         ///< the difference of both nodes on their merged time axes
+};
+
+/// The case of an instance and the orientation to measure it with.
+struct InstanceCase {
+  WaveformCase waveforms = WaveformCase::kNone;
+  int orientation = -1;
+};
+
+/// The case of an instance from its two signal indices (-1 on the first node: ground; -1 or
+/// -3 on the second: no second waveform) and its orientation, which is flipped (1 and 0
+/// swapped, anything else -1) when the second node is measured alone.
+InstanceCase classifyInstance(int idx1, int idx2, int orientation);
+
 /// The statistics inputs of an instance, with the orientation to use.
 InstanceTraits traitsOf(const zeInstance& instance, int orientation);
 

@@ -66,25 +66,7 @@ class zeAnalyzeNetlist {
 
   // --- instance analysis ---
   int processLoadNetlistCmd(const ArgList* args);
-  void getVoltageDiff(const simdata::ValueArray* values, int idx1, int idx2, voltageData& out);
-  void getVoltageDiff(const simdata::ValueArray* values, int idx1, int idx2, voltageData& out,
-                      zeInstance inst, int ignoreSign, int orientation, int& direction, double ref);
-  void getMaxAvgRmsDiff(int start, int stop, const simdata::DataVector* x,
-                        const simdata::DataVector* y, voltageData& out, zeInstance inst,
-                        int ignoreSign, int orientation, int& direction, double ref);
-  void getMaxAvgRmsDiffNew(const simdata::DataVector* x1, const simdata::DataVector* x2,
-                           const simdata::DataVector* y1, const simdata::DataVector* y2,
-                           voltageData& out, zeInstance inst, int ignoreSign, int orientation,
-                           int& direction);
-  void getACDutyRatio(const simdata::DataVector* x1, const simdata::DataVector* x2,
-                      const simdata::DataVector* y1, const simdata::DataVector* y2, double& dutySum,
-                      double peakTime, double& pulseWidth, voltageData& out);
-  void addPwcAcEData(PwcAcEDataList* list, const kraDB::PwcAcEData& record);
   int processRunCmd(const ArgList* args, int ignoreSign);
-  std::unique_ptr<simdata::SignalList> getNetlistSignals(int first, int count,
-                                                         std::vector<zeInstance>& list);
-  int analyseNetlist(int first, int count, std::vector<zeInstance>& list,
-                     const simdata::SignalList* signals, int ignoreSign);
   int processSaveResultsCmd(const ArgList* args, std::vector<zeInstance>& out);
   int processVsrcCmd(zeVsrc& sources);
   void populateResToWatt();
