@@ -41,7 +41,11 @@ Dump (dump, info): tab-separated lines
 Reals are printed in their shortest form that reads back to the same value, so
 the record lines of a dump, without their first field, are valid record files.)";
 
-[[noreturn]] void fail(const std::string& message) {
+[[noreturn]] void fail(std::string message) {
+  // Database errors end in a line feed of their own; the message is one line.
+  while (!message.empty() && message.back() == '\n') {
+    message.pop_back();
+  }
   std::fprintf(stderr, "kra2db: error: %s\n", message.c_str());
   std::exit(1);
 }

@@ -2,8 +2,11 @@
 """Runs end-to-end command-file cases and compares everything they produce.
 
 A case folder holds:
-  cmd              the command file (run as: kra2 -cmd cmd -log kra2.log)
+  cmd              the command file (run as: kra2 -cmd cmd -log kra2.log); not for a tool
   args             optional: the kra2 command line instead, one argument per line
+  tool             optional: a companion tool of the build folder (such as kra2db) run in
+                   place of kra2 with args as its command line; its standard error and a
+                   non-zero exit status are then outputs too (expected/stderr, expected/status)
   env              optional: NAME=VALUE lines added to the environment
   env.<variant>    optional, any number: the case runs once per variant, each with its own
                    NAME=VALUE lines on top of env, all against the same expected/
@@ -70,7 +73,8 @@ def run_case(kra2, tools_dir, samples, case_dir, env_files, work):
     for root, _, files in os.walk(work):
         for name in files:
             inputs.add(os.path.relpath(os.path.join(root, name), work))
-    shutil.copy(os.path.join(case_dir, "cmd"), os.path.join(work, "cmd"))
+    if os.path.exists(os.path.join(case_dir, "cmd")):
+        shutil.copy(os.path.join(case_dir, "cmd"), os.path.join(work, "cmd"))
     env = dict(os.environ)
     for name in ("KRA2_INTERNAL_DEBUG", "_kraUseOldACPeakMethod", "_kraIncludeAllAnalysis",
                  "ENABLE_VFI_L_RON_DATA_READING_FROM_QXF", "KRA_DISABLE_ARCHITECTURE_FINDING"):
@@ -90,9 +94,19 @@ def run_case(kra2, tools_dir, samples, case_dir, env_files, work):
     args_file = os.path.join(case_dir, "args")
     args = read_lines(args_file) if os.path.exists(args_file) else [
         "-cmd", "cmd", "-log", "kra2.log"]
-    result = subprocess.run([kra2] + args, cwd=work, env=env, stdout=subprocess.PIPE,
+    tool_file = os.path.join(case_dir, "tool")
+    tool = read_lines(tool_file)[0] if os.path.exists(tool_file) else None
+    program = os.path.join(tools_dir, tool) if tool else kra2
+    result = subprocess.run([program] + args, cwd=work, env=env, stdout=subprocess.PIPE,
                             stderr=subprocess.PIPE, timeout=540)
     actual = {"stdout": result.stdout}
+    if tool:
+        # A tool's errors are part of what it is checked for.
+        if result.stderr:
+            actual["stderr"] = result.stderr
+        if result.returncode != 0:
+            actual["status"] = f"{result.returncode}\n".encode()
+        result = subprocess.CompletedProcess(result.args, 0, result.stdout, b"")
     for root, _, files in os.walk(work):
         for name in files:
             rel = os.path.relpath(os.path.join(root, name), work)
