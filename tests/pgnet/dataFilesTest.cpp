@@ -22,50 +22,6 @@ namespace {
 
 const std::string kError = "Error in calculating length data.\nAt parsing line ";
 
-TEST(LengthDataReader, ReadingRules) {
-  const struct {
-    const char* title;
-    std::string input;
-    bool ok;
-    std::string error;
-    std::string nodes;  // in name order
-  } cases[] = {
-      {"empty file", "", true, "", ""},
-      {"only the unterminated last line is dropped", "b n1 n2 1 1 M1 nil\na n2 n3 1 1 M1 nil", true,
-       "", "b"},
-      {"an error in an unterminated last line is never seen", "a n1 n2 1 1 M1 nil\nbad", true, "",
-       "a"},
-      {"blanks, tabs, CR and fields after the seventh", "a\tn1  n2\t 1 \t1 M1 V extra 9\r\n", true,
-       "", "a"},
-      {"NUL bytes are ordinary characters", std::string("a\0 n1 n2 1 1 M1 nil\n", 20), true, "",
-       std::string("a\0", 2)},
-      // A failed read keeps the nodes of earlier lines, uncalculated.
-      {"an empty line in the middle", "a n1 n2 1 1 M1 nil\n\nb n2 n3 1 1 M1 nil\n", false,
-       kError + "2:", "a"},
-      {"too few fields", "a n1 n2 1 1 M1 nil\nb n2 n3 1 1 M1\n", false, kError + "2:b n2 n3 1 1 M1",
-       "a"},
-      {"a length that is no number", "a n1 n2 x 1 M1 nil\n", false, kError + "1:a n1 n2 x 1 M1 nil",
-       ""},
-      {"a width with text after the number", "a n1 n2 1 2um M1 nil\n", false,
-       kError + "1:a n1 n2 1 2um M1 nil", ""},
-      {"an out-of-range number", "a n1 n2 1e999 1 M1 nil\n", false,
-       kError + "1:a n1 n2 1e999 1 M1 nil", ""},
-      {"a line of blanks", "a n1 n2 1 1 M1 nil\nb n2 n3 1 1 M1 nil\n  \t \n", false,
-       kError + "3:  \t ", "a b"},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.title);
-    zeNetwork network(1.0, false);
-    std::istringstream in(c.input);
-    EXPECT_EQ(network.readLengthData(in), c.ok);
-    EXPECT_EQ(network.errorMessage, c.error);
-    EXPECT_EQ(names(network.nodes), c.nodes);
-    for (const kraNode* node : network.nodes) {
-      EXPECT_EQ(node->totalLength, c.ok ? 1.0 : -1.0);
-    }
-  }
-}
-
 TEST(LengthDataReader, VeryLongLinesAreCutNotHeldWhole) {
   const size_t limit = pgnet::detail::LineReader::kMaxLineBytes;
   {
