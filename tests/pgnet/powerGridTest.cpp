@@ -1,23 +1,12 @@
-// Current directions and power grids on hand-built strips.
-//
-// The base strip lies on M1 along y = 0 between two square vias of layer V1 (M1 is V1's
-// lower layer):
-//
-//   u0        u2                 u4
-//   T1        X                  T2
-//   n0 --A-- n1 --B-- n2 --C-- n3 --D-- n4
-//
-// A..D are metal at x = 1..4, T1 at (0, 0), X (a plain via, not terminal) at (2.5, 0), T2 at
-// (5, 0). A is created first, so the walk starts from A's outer net n0 and runs
-// A:n0, A:n1, B:n2, C:n3, D:n4. Every node's net2 is the net after it, so a metal node's
-// in/out direction is its own direction (3 with the walk for flag 1, 4 against it for flag
-// 0). Seen from M1 (below the vias) a via of flag 1 (net 1 to net 2) has in/out direction 6
-// and one of flag 0 has 5.
+// Current directions and power grids on hand-built strips: the strip cases are those of
+// tests/data/pgnet/power_grids.txt, which draws the base strip they edit.
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
+#include <deque>
+#include <fstream>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -36,22 +25,59 @@ using Currents = std::vector<pgnet::InstanceCurrent>;
 
 const std::vector<std::string> kStack = {"V1", "M2", "M1", "V2", "M3", "M2"};
 
-// Pieces as "name net1 net2 length width layer via x y".
-const std::string kBaseStrip =
-    "T1 n0 u0 1 1 V1 squareVia 0 0; A n0 n1 1 1 M1 nil 1 0; B n1 n2 1 1 M1 nil 2 0; "
-    "X n2 u2 1 1 V1 V 2.5 0; C n2 n3 1 1 M1 nil 3 0; D n3 n4 1 1 M1 nil 4 0; "
-    "T2 n4 u4 1 1 V1 squareVia 5 0";
+struct GridCase {
+  std::string what, pieces;  // pieces as "name net1 net2 length width layer via x y; ..."
+  Currents changes;
+  std::string expected;
+};
 
-/// A clean run of direction 5: terminal vias 5, the middle via 6 and the two end pieces in
-/// opposite senses along the walk.
-const Currents kDirection5 = {{"T1", 0, 1.0}, {"T2", 0, 1.0}, {"X", 1, 1.0}, {"A", 1, 2.0},
-                              {"B", 1, 1.0},  {"C", 1, 1.0},  {"D", 0, 1.5}};
-/// The changes to kDirection5 that make it a run of direction 6.
-const Currents kToDirection6 = {{"T1", 1, 1.0}, {"T2", 1, 1.0}, {"X", 0, 1.0}};
+/// The base strip and currents and the cases of the table.
+struct GridTable {
+  std::string strip;
+  Currents currents;
+  std::vector<GridCase> cases;
+  std::deque<std::string> names;  // the instance names the currents point into
+};
 
-/// kDirection5 with each change replacing the instance of its name or added after them.
+GridTable readTable() {
+  std::ifstream file(KRA2_SOURCE_DIR "/tests/data/pgnet/power_grids.txt");
+  GridTable table;
+  for (std::string line; std::getline(file, line);) {
+    std::istringstream in(line);
+    std::string word, rest;
+    in >> word;
+    std::getline(in >> std::ws, rest);
+    if (word == "case") {
+      table.cases.push_back({rest, "", {}, ""});
+    } else if (word == "strip") {
+      table.strip += rest + ";";
+    } else if (word == "piece") {
+      table.cases.back().pieces += rest + ";";
+    } else if (word == "current") {
+      pgnet::InstanceCurrent current;
+      std::istringstream fields(rest);
+      fields >> table.names.emplace_back() >> current.direction >> current.current;
+      current.name = table.names.back();
+      (table.cases.empty() ? table.currents : table.cases.back().changes).push_back(current);
+    } else if (word == "out") {
+      std::istringstream fields(rest);
+      for (std::string field; fields >> field;) {
+        table.cases.back().expected += field + "\t";
+      }
+      table.cases.back().expected += "\n";
+    }
+  }
+  return table;
+}
+
+const GridTable& table() {
+  static const GridTable kTable = readTable();
+  return kTable;
+}
+
+/// The base currents with each change replacing the instance of its name or added after them.
 Currents changed(const Currents& changes) {
-  Currents currents = kDirection5;
+  Currents currents = table().currents;
   for (const pgnet::InstanceCurrent& change : changes) {
     auto it = std::find_if(currents.begin(), currents.end(),
                            [&](const auto& c) { return c.name == change.name; });
@@ -78,7 +104,7 @@ std::string withPieces(const std::string& changes) {
   };
   auto changed = items(changes);
   std::string strip;
-  for (const auto& [name, item] : items(kBaseStrip)) {
+  for (const auto& [name, item] : items(table().strip)) {
     auto it = std::find_if(changed.begin(), changed.end(),
                            [&](const auto& change) { return change.first == name; });
     strip += ";" + (it != changed.end() ? std::exchange(it->second, "") : item);
@@ -90,7 +116,7 @@ std::string withPieces(const std::string& changes) {
   return before + strip;
 }
 
-std::unique_ptr<zeNetwork> baseNetwork(const std::string& pieces = kBaseStrip) {
+std::unique_ptr<zeNetwork> baseNetwork(const std::string& pieces = table().strip) {
   auto network = std::make_unique<zeNetwork>(1.0, false);
   build(*network, pieces);
   network->setLayerStack(kStack);
@@ -98,60 +124,8 @@ std::unique_ptr<zeNetwork> baseNetwork(const std::string& pieces = kBaseStrip) {
 }
 
 TEST(PowerGrids, StripsBetweenTerminalVias) {
-  const struct {
-    const char* what;
-    const char* pieces;  // changed or added
-    Currents changes;
-    const char* expected;
-  } cases[] = {
-      // Direction 5 lists the vias inside the run after the node before them; lv2v is the x
-      // distance of the end vias on a common y, the difference |2 - 1.5| / 2.
-      {"direction 5", "", {}, "5\t0.25\tA\tB\tX\tC\tD\t\n"},
-      // Direction 6 lists the terminal vias after the first and the last metal node instead.
-      {"direction 6", "", kToDirection6, "5\t0.25\tA\tT1\tB\tC\tD\tT2\t\n"},
-      {"zero current at the end", "", {{"D", 0, 0.0}}, ""},
-      {"zero current at the start", "", {{"A", 1, 0.0}}, ""},
-      {"both ends with the walk", "", {{"D", 1, 1.5}}, ""},
-      {"a middle via of the run's own direction", "", {{"X", 0, 1.0}}, ""},
-      // Only the two ends' currents count.
-      {"middle pieces without data",
-       "",
-       {{"B", -1, 0.0}, {"C", -1, 0.0}},
-       "5\t0.25\tA\tB\tX\tC\tD\t\n"},
-      {"a negative current counts by its size",
-       "",
-       {{"D", 0, -6.0}},
-       "5\t0.666667\tA\tB\tX\tC\tD\t\n"},
-      {"two vias on the end net", "T3 n4 u5 1 1 V1 squareVia 5 1", {{"T3", 0, 1.0}}, ""},
-      {"an end via that is not terminal", "T2 n4 u4 1 1 V1 V 5 0", {}, ""},
-      {"a jog off the middle net", "J n2 j1 1 1 M1 nil 2.5 1", {}, ""},
-      {"end vias on a common x",
-       "T1 n0 u0 1 1 V1 squareVia 2 1; T2 n4 u4 1 1 V1 squareVia 2 8",
-       {},
-       "7\t0.25\tA\tB\tX\tC\tD\t\n"},
-      {"end vias on a diagonal",
-       "T2 n4 u4 1 1 V1 squareVia 6 8",
-       {},
-       "10\t0.25\tA\tB\tX\tC\tD\t\n"},
-      // T2 ends the first run and starts the second one.
-      {"two runs in a row",
-       "E n4 n5 1 1 M1 nil 6 0; F n5 n6 1 1 M1 nil 7 0; T3 n6 u6 1 1 V1 squareVia 8 0",
-       {{"E", 1, 1.0}, {"F", 0, 4.0}, {"T3", 0, 1.0}},
-       "5\t0.25\tA\tB\tX\tC\tD\t\n3\t0.75\tE\tF\t\n"},
-      // The metal above the vias sees every via current the other way round.
-      {"the strip above the vias",
-       "A n0 n1 1 1 M2 nil 1 0; B n1 n2 1 1 M2 nil 2 0; C n2 n3 1 1 M2 nil 3 0; "
-       "D n3 n4 1 1 M2 nil 4 0",
-       kToDirection6, "5\t0.25\tA\tB\tX\tC\tD\t\n"},
-      // An M2 strip between V2 vias (M2 is V2's lower layer), made before the M1 strip, comes
-      // after it.
-      {"layers in name order",
-       "P1 m0 w0 1 1 V2 viaArray 0 10; P m0 m1 1 1 M2 nil 1 10; Q m1 m2 1 1 M2 nil 2 10; "
-       "P2 m2 w2 1 1 V2 rectangleVia 3 10",
-       {{"P1", 0, 1.0}, {"P2", 0, 1.0}, {"P", 1, 4.0}, {"Q", 0, 4.0}},
-       "5\t0.25\tA\tB\tX\tC\tD\t\n3\t0\tP\tQ\t\n"},
-  };
-  for (const auto& c : cases) {
+  ASSERT_EQ(table().cases.size(), 16u);
+  for (const GridCase& c : table().cases) {
     SCOPED_TRACE(c.what);
     auto network = baseNetwork(withPieces(c.pieces));
     pgnet::PGSessionData data;
