@@ -156,14 +156,6 @@ TEST(DbFile, SmallFileMatchesTheLayoutByteByByte) {
   }
 }
 
-TEST(DbFile, HeaderTextPrintsTheVersionLikeAStream) {
-  EXPECT_EQ(kraDB::formatHeaderText(5.0f), kStandard);
-  EXPECT_EQ(kraDB::formatHeaderText(4.9f),
-            "<><><>;<architecture>64<\\architecture>;<version>4.9<\\version>;<\\><\\><\\>;\n");
-  EXPECT_EQ(kraDB::formatHeaderText(12.25f),
-            "<><><>;<architecture>64<\\architecture>;<version>12.25<\\version>;<\\><\\><\\>;\n");
-}
-
 TEST(DbFile, RecordsRoundTripBitExactInEitherBlockOrder) {
   ScratchDir dir;
   std::mt19937_64 random(3);
@@ -304,63 +296,37 @@ TEST(DbFile, ReaderDefaultsCoverMissingConditions) {
 TEST(DbFile, OpeningErrorsCarryTheirTexts) {
   ScratchDir dir;
   /// The error texts by kind, for the file's path.
-  enum Kind { kOpen, kNotDatabase, kLegacy, k32Bit };
+  enum Kind { kOpen, kNotDatabase, kLegacy };
   const auto text = [](Kind kind, const std::string& path) -> std::string {
-    switch (kind) {
-      case kOpen:
-        return "Error in opening EMIR database file '" + path + "'\n";
-      case kNotDatabase:
-        return "The file '" + path + "'is not a  EMIR database file.\n";
-      case kLegacy:
-        return kraDB::legacyReadError(path);
-      case k32Bit:
-        break;
+    if (kind == kLegacy) {
+      return kraDB::legacyReadError(path);
     }
-    return kraDB::k32BitDatabaseError;
+    return kind == kOpen ? "Error in opening EMIR database file '" + path + "'\n"
+                         : "The file '" + path + "'is not a  EMIR database file.\n";
   };
-  const auto padded = [](std::string header) {
-    header.resize(2000, '\0');
-    return header;
-  };
+  // Missing, short, tag-less and legacy files, a legacy version and a 32-bit producer are
+  // checked end to end (db_ir_messages, kra2db_*); these are the ones they do not reach.
   const struct {
     const char* name;
-    std::string bytes;  // "-": no file
+    std::string bytes;
     Kind kind;
   } cases[] = {
-      {"missing", "-", kOpen},
-      {"short: tags of version 5 but only 80 bytes", kStandard, kNotDatabase},
       {"no zero in the header", kStandard + std::string(1124 - kStandard.size(), 'x'),
        kNotDatabase},
-      {"tag-less legacy", std::string(96, 'x') + "begin" + std::string(3000, 'x'), kLegacy},
       {"tag-less legacy of a 32-bit producer", std::string(48, 'x') + std::string(77, '*') + "\n",
        kLegacy},
-      {"tag-less foreign", std::string(3000, 'x'), kNotDatabase},
       {"empty", "", kNotDatabase},
-      {"version 4.89999", padded("<><><>;<version>4.89999<\\version>;<\\><\\><\\>;\n"), kLegacy},
-      {"32-bit",
-       padded("<><><>;<architecture>32<\\architecture>;<version>5<\\version>;<\\><\\><\\>;\n"),
-       k32Bit},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     const std::string path = dir.file(c.name);
-    if (c.bytes != "-") {
-      writeFile(path, c.bytes);
-    }
+    writeFile(path, c.bytes);
     EXPECT_EQ(errorOf([&] { kraDBFile db(path); }), text(c.kind, path));
   }
   EXPECT_EQ(errorOf([&] { kraDBFile db(dir.path().string()); }), text(kOpen, dir.path().string()));
-  const std::string legacy = dir.file("tag-less legacy");
-  EXPECT_NE(kraDB::legacyReadError(legacy).find(legacy), std::string::npos);
-  EXPECT_NE(kraDB::legacyReadError(legacy).find("not supported"), std::string::npos);
-
   const std::string unwritable = dir.file("no/such/dir/out.db");
   EXPECT_EQ(errorOf([&] { kraDBFile db(unwritable, 25, 0, 1, 5.0f); }),
             "Error in opening EMIR database file '" + unwritable + "'\n");
-  const std::string oldOut = dir.file("old-out.db");
-  EXPECT_EQ(errorOf([&] { kraDBFile db(oldOut, 25, 0, 1, 4.8f); }),
-            kraDB::legacyWriteError(oldOut));
-  EXPECT_FALSE(std::filesystem::exists(oldOut));
 }
 
 /// The record the format defines when only the first `available` plain bytes of `plain` are
@@ -450,8 +416,6 @@ TEST(DbFile, DamagedTablesAndLengthsNeverMakeRecordsFromNothing) {
       Damage("negative count", database(first, -3, 0, 0, block(key, two)), {}, 0,
              "its block table claims -3 IR records"),
       // 1128 bytes of header and table, then a block of 4 + 5 key bytes and two records of 57.
-      Damage("offset past the end", database(int64_t{1} << 40, 2, 0, 0, block(key, two)), {}, 0,
-             "its IR block starts at byte offset 1099511627776, outside the file (1251 bytes)"),
       Damage("offset at the end", database(first + 50, 2, 0, 0, block(key, two).substr(0, 50)), {},
              0, "its IR block starts at byte offset 1178, outside the file (1178 bytes)"),
       Damage("negative offset", database(-8, 2, 0, 0, block(key, two)), {}, 0,
@@ -460,17 +424,9 @@ TEST(DbFile, DamagedTablesAndLengthsNeverMakeRecordsFromNothing) {
       Damage("offset 0 reads the header as a key", database(0, 2, 0, 0, block(key, two)), {}, 0,
              "it ends inside the key of its IR block (1044135484 key bytes claimed at byte offset "
              "0)"),
-      Damage("largest key length",
-             database(first, 2, 0, 0, le32(0xffffffffu) + std::string(64, '\x01')), {}, 0,
-             "it ends inside the key of its IR block (4294967295 key bytes claimed at byte offset "
-             "1128)"),
       Damage("negative name length",
              database(first, 1, 0, 0, block(key, withLength(-5, sixNumbers))), {""}, 6,
              "a text length of -5 in IR record 1 (at byte offset 1137)"),
-      Damage("name length past the end",
-             database(first, 5, 0, 0, block(key, withLength(1000, "partial name"))),
-             {"partial name"}, 0,
-             "it ends inside IR record 1 of 5 (which starts at byte offset 1137)"),
       Damage("largest name length",
              database(first, 5, 0, 0,
                       block(key, withLength(std::numeric_limits<int64_t>::max(), "xyz"))),

@@ -7,9 +7,7 @@
 #include <random>
 #include <string>
 
-#include "db/dbFile.h"
 #include "db/dbListings.h"
-#include "support/testFiles.h"
 
 namespace {
 
@@ -45,25 +43,6 @@ TEST(DbListings, RealsAreWrittenExactlyAsPrintfG) {
                                           std::pow(10.0, static_cast<int>(random() % 30) - 15);
     ASSERT_EQ(ourG(value), printfG(value));
   }
-}
-
-TEST(DbListings, IRListingReversesTheFirstThreeStatistics) {
-  testing_support::ScratchDir dir;
-  const std::string path = dir.file("l.db");
-  {
-    kraDB::kraDBFile db(path, 25.0, 0.0, 1.0, 5.0f);
-    db.addIR("n1", 1, 2, 3, 4e-9, -0.5, 1e-9);
-    db.addIR(std::string("cut\0here", 8), 0.1, 0.2, 0.3, 0.4, 0.5, 0.6);
-  }
-  kraDB::kraDBFile db(path);
-  std::FILE* out = std::fopen(dir.file("l.txt").c_str(), "w");
-  ASSERT_NE(out, nullptr);
-  EXPECT_EQ(kraDB::writeIRListing(db, out), 2);
-  std::fclose(out);
-  // Like %s, a name ends at its first zero byte.
-  EXPECT_EQ(testing_support::readFile(dir.file("l.txt")),
-            "n1  3  2  1  4e-09 -0.5  1e-09\n"
-            "cut  0.3  0.2  0.1  0.4 0.5  0.6\n");
 }
 
 }  // namespace

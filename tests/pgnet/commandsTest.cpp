@@ -1,4 +1,5 @@
-// The length and layer commands on a session.
+// The grid setting of the power-grid analysis: only fine grids are kept. The messages of the
+// length and layer commands are checked end to end (pgnet_length_messages).
 
 #include <gtest/gtest.h>
 
@@ -6,10 +7,6 @@
 
 #include "app/analyzeNetlist.h"
 #include "db/designGlobals.h"
-#include "support/testFiles.h"
-
-using testing_support::ScratchDir;
-using testing_support::writeFile;
 
 namespace {
 
@@ -32,31 +29,6 @@ TEST(LengthCommands, CadGridKeepsOnlyFineGrids) {
     EXPECT_EQ(session.processCadGridCmd(&args), 0);
     EXPECT_EQ(session.dbuScale, c.expected);
   }
-}
-
-TEST(LengthCommands, EmptyArgumentListsAreRefusedLikeMissingOnes) {
-  // The texts themselves are checked end to end, where missing arguments come as no list.
-  ScratchDir dir;
-  writeFile(dir.file("cmd"), "");
-  zeAnalyzeNetlist session;
-  ASSERT_EQ(session.init(dir.file("cmd").c_str(), dir.file("log").c_str(), false), 0);
-  const ArgList empty;
-  using Handler = int (zeAnalyzeNetlist::*)(const ArgList*);
-  for (Handler handler :
-       {&zeAnalyzeNetlist::processLengthDataInputCmd, &zeAnalyzeNetlist::processLengthDataOutputCmd,
-        &zeAnalyzeNetlist::processSetLayersStackCmd, &zeAnalyzeNetlist::processPowerGridLayersCmd,
-        &zeAnalyzeNetlist::processPowerGridRulesInputCmd,
-        &zeAnalyzeNetlist::processPowerGridRulesOutputCmd,
-        &zeAnalyzeNetlist::processSaveTMeshDataCmd, &zeAnalyzeNetlist::processCadGridCmd}) {
-    testing::internal::CaptureStdout();
-    EXPECT_EQ((session.*handler)(nullptr), 1);
-    const std::string missing = testing::internal::GetCapturedStdout();
-    testing::internal::CaptureStdout();
-    EXPECT_EQ((session.*handler)(&empty), 1);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), missing);
-    EXPECT_EQ(missing.rfind("ERROR: kra2: ", 0), 0u) << missing;
-  }
-  session.processCleanup();
 }
 
 }  // namespace
