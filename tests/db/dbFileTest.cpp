@@ -450,42 +450,4 @@ TEST(DbFile, DamagedTablesAndLengthsNeverMakeRecordsFromNothing) {
   }
 }
 
-TEST(DbFile, RandomDamageNeverCrashesOrOverreads) {
-  ScratchDir dir;
-  const std::string path = dir.file("good.db");
-  {
-    kraDBFile db(path, 25.0, 0.0, 1.0, 5.0f, Encryptor({1, 2, 3}), Encryptor({4, 5}));
-    for (int i = 0; i < 20; ++i) {
-      db.addIR("ir" + std::to_string(i), i, i, i, i, i, i);
-    }
-    for (int i = 0; i < 20; ++i) {
-      db.addEM("em" + std::to_string(i), i, i, i, i, i, i, -i);
-    }
-  }
-  const std::string good = readFile(path);
-  std::mt19937 random(99);
-  for (int round = 0; round < 1500; ++round) {
-    std::string bytes = good;
-    const int edits = 1 + static_cast<int>(random() % 8);
-    for (int e = 0; e < edits; ++e) {
-      // Damage the table and the blocks mostly; the header now and then.
-      const size_t at =
-          random() % 8 == 0 ? random() % bytes.size() : 1096 + random() % (bytes.size() - 1096);
-      bytes[at] = static_cast<char>(random());
-    }
-    if (random() % 3 == 0) {
-      bytes.resize(random() % bytes.size());
-    }
-    writeFile(dir.file("bad.db"), bytes);
-    try {
-      kraDBFile db(dir.file("bad.db"));
-      size_t records = readAllIR(db).size() + readAllEM(db).size();
-      // Every record is made from at least one byte of the file.
-      ASSERT_LE(records, bytes.size()) << "round " << round;
-    } catch (const std::runtime_error&) {
-      // A damaged header is reported; that is fine.
-    }
-  }
-}
-
 }  // namespace

@@ -170,43 +170,4 @@ TEST(Writers, WriteOneFlushedLinePerNodeOrGrid) {
   EXPECT_EQ(grids.syncs, 2);
 }
 
-TEST(Readers, HostileInputNeverCrashes) {
-  // Random bytes, mangled valid lines and cut-off files: each read either succeeds or stops
-  // with the parse-error text at some line.
-  std::mt19937 random(99);
-  const std::string valid =
-      "m1 a b 1 1 M1 nil\nm2 b c 2 0.5 M1 nil\nv1 c d 0.1 1 V12 V\nr1 M2 n1 n2 1 2 3 4 V\n";
-  for (int round = 0; round < 3000; ++round) {
-    std::string input;
-    switch (round % 3) {
-      case 0:
-        for (size_t n = random() % 200; n > 0; --n) {
-          input += static_cast<char>(random() % 256);
-        }
-        break;
-      case 1:
-        input = valid;
-        for (int k = 0; k < 4; ++k) {
-          input[random() % input.size()] = "\n\t 0.e-x\r\xff"[random() % 11];
-        }
-        break;
-      default:
-        input = valid.substr(0, random() % valid.size());
-        break;
-    }
-    for (bool pg : {false, true}) {
-      SCOPED_TRACE(testing::Message() << round << (pg ? " pg" : " length"));
-      zeNetwork network(1.0, false);
-      network.setLayerStack({"V12", "M2", "M1"});
-      std::istringstream in(input);
-      const bool ok = pg ? network.readPGData(in) : network.readLengthData(in);
-      if (!ok) {
-        ASSERT_EQ(network.errorMessage.rfind(kError, 0), 0u) << network.errorMessage;
-      }
-      std::ostringstream out;
-      network.writeLengthData(out);
-    }
-  }
-}
-
 }  // namespace
