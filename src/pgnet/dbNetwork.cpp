@@ -2,13 +2,9 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cmath>
-#include <cstring>
 #include <istream>
 #include <stdexcept>
 #include <streambuf>
-
-#include "db/dbListings.h"
 
 // --- nodes ---
 
@@ -424,78 +420,4 @@ void kraDBNetwork::evalCurrDir() {
   for (size_t i = 0; i < nodes_.size(); ++i) {
     nodes_[i].evalCurrDir();
   }
-}
-
-// --- listing ---
-
-std::string pgnet::normaliseHierarchyPrefix(std::string_view text) {
-  if (text == kNoHierarchy) {
-    return {};
-  }
-  std::string prefix(text);
-  std::replace(prefix.begin(), prefix.end(), '/', '.');
-  if (!prefix.empty() && prefix.front() == '.') {
-    prefix.erase(0, 1);
-  }
-  if (prefix.empty() || prefix.back() != '.') {
-    prefix += '.';
-  }
-  return prefix;
-}
-
-std::string pgnet::normaliseResistorPrefix(std::string_view text) {
-  return text.empty() ? std::string() : "." + std::string(text);
-}
-
-size_t pgnet::writeEMListing(const kraDBNetwork& network, std::span<const uint32_t> order,
-                             std::FILE* out, std::FILE* tmesh) {
-  constexpr size_t kFlushAt = 1 << 16;
-  std::string text;
-  std::string mesh;
-  size_t lines = 0;
-  auto flush = [&](bool always) {
-    if (always || text.size() >= kFlushAt) {
-      std::fwrite(text.data(), 1, text.size(), out);
-      text.clear();
-    }
-    if (tmesh != nullptr && (always || mesh.size() >= kFlushAt)) {
-      std::fwrite(mesh.data(), 1, mesh.size(), tmesh);
-      mesh.clear();
-    }
-  };
-  for (uint32_t i : order) {
-    const kraDBNode& node = network[i];
-    const kraDB::EMRecord* record = node.record;
-    if (record == nullptr) {
-      continue;
-    }
-    // "%s  %g  %g  %g  %g %g %g %d": like %s, the name ends at its first zero byte.
-    text.append(node.name.substr(0, node.name.find('\0')));
-    text += "  ";
-    kraDB::appendG(text, std::fabs(record->peak));
-    text += "  ";
-    kraDB::appendG(text, std::fabs(record->avg));
-    text += "  ";
-    kraDB::appendG(text, record->rms);
-    text += "  ";
-    kraDB::appendG(text, record->tpeak);
-    text += ' ';
-    kraDB::appendG(text, std::fabs(record->avgPos));
-    text += ' ';
-    // The magnitude of the negative-current average is not stored: it is avgPos - avg.
-    kraDB::appendG(text, std::fabs(record->avgPos - record->avg));
-    text += ' ';
-    text += std::to_string(node.currDir);
-    text += '\n';
-    if (tmesh != nullptr) {
-      kraDB::appendG(mesh, record->peak);
-      mesh += ' ';
-      kraDB::appendG(mesh, record->avg);
-      mesh += '\n';
-    }
-    ++lines;
-    flush(false);
-  }
-  flush(true);
-  return lines;
 }

@@ -4,7 +4,6 @@
 // current flows between the resistor's two nets.
 
 #include <cstdint>
-#include <cstdio>
 #include <iosfwd>
 #include <span>
 #include <string>
@@ -142,22 +141,3 @@ class kraDBNetwork {
   std::vector<int64_t> numberKeys_;
   std::vector<uint32_t> numberMembers_;
 };
-
-namespace pgnet {
-
-/// The text that stands for "no hierarchy prefix" in the EM command.
-inline constexpr std::string_view kNoHierarchy = "##nil##";
-
-/// The EM command's hierarchy prefix as record names spell it: every "/" becomes ".", one
-/// leading "." is dropped and a "." is appended unless there is one. kNoHierarchy gives "".
-std::string normaliseHierarchyPrefix(std::string_view text);
-/// The EM command's resistor-name prefix as it follows a node name: "." + text, or "" for "".
-std::string normaliseResistorPrefix(std::string_view text);
-
-/// Writes the EM command's lines for the nodes of `order` that have a record:
-/// "name  |peak|  |avg|  rms  tpeak |avgPos| |avgPos - avg| currDir" with reals as "%g",
-/// and, when `tmesh` is not null, "peak avg" (signed) to it. Returns the number of lines.
-size_t writeEMListing(const kraDBNetwork& network, std::span<const uint32_t> order, std::FILE* out,
-                      std::FILE* tmesh);
-
-}  // namespace pgnet

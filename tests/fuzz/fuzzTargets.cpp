@@ -20,7 +20,7 @@
 #include "db/dbListings.h"
 #include "db/emRecordTable.h"
 #include "db/headerParameters.h"
-#include "pgnet/dbNetwork.h"
+#include "pgnet/emRelation.h"
 #include "pgnet/network.h"
 #include "simdata/psfFile.h"
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "pgnet/dbNetwork.h"
+#include "pgnet/emRelation.h"
 
 namespace {
 
