@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include "db/headerParameters.h"
+#include "db/oldDbFile.h"
 
 namespace kraDB {
 
@@ -57,8 +58,7 @@ kraDBFile::kraDBFile(const std::string& path, double temperature, double startTi
                      float version)
     : version_(version), temperature_(temperature), startTime_(startTime), stopTime_(stopTime) {
   if (isLegacyVersion(version_)) {
-    legacy_ = std::make_unique<kraOldDbFile>(path, temperature, startTime, stopTime);
-    return;
+    kraOldDbFile{path, temperature, startTime, stopTime};
   }
   openWRFile(path);
   printHeader();
@@ -69,8 +69,7 @@ kraDBFile::kraDBFile(const std::string& path, double temperature, double startTi
                      float version, Encryptor irKey, Encryptor emKey)
     : version_(version), temperature_(temperature), startTime_(startTime), stopTime_(stopTime) {
   if (isLegacyVersion(version_)) {
-    legacy_ = std::make_unique<kraOldDbFile>(path, temperature, startTime, stopTime);
-    return;
+    kraOldDbFile{path, temperature, startTime, stopTime};
   }
   openWRFile(path);
   printHeader();
@@ -80,11 +79,7 @@ kraDBFile::kraDBFile(const std::string& path, double temperature, double startTi
 kraDBFile::kraDBFile(const std::string& path) : path_(path) {
   version_ = dbGetVersion(path);
   if (isLegacyVersion(version_)) {
-    legacy_ = std::make_unique<kraOldDbFile>(path, version_);
-    temperature_ = legacy_->getTemperature();
-    startTime_ = legacy_->getStartTime();
-    stopTime_ = legacy_->getStopTime();
-    return;
+    kraOldDbFile{path, version_};
   }
   openRDFile(path);
   readHeader(path);
@@ -334,10 +329,6 @@ void kraDBFile::getS(std::string& text) {
 
 void kraDBFile::addIR(const std::string& name, double rms, double avg, double peak, double tpeak,
                       double min, double tmin) {
-  if (legacy_) {
-    legacy_->addIR(name, rms, avg, peak, tpeak, min, tmin);
-    return;
-  }
   initWRBlock(eIR);
   putS(name);
   uint8_t tail[kRecordTail];
@@ -350,10 +341,6 @@ void kraDBFile::addIR(const std::string& name, double rms, double avg, double pe
 
 void kraDBFile::addEM(const std::string& name, double rms, double avg, double peak, double tpeak,
                       double avgPos, int64_t term1, int64_t term2) {
-  if (legacy_) {
-    legacy_->addEM(name, rms, avg, peak, tpeak, avgPos, term1, term2);
-    return;
-  }
   initWRBlock(eEM);
   putS(name);
   uint8_t tail[kEMRecordTail];
@@ -378,13 +365,6 @@ bool kraDBFile::readRecord(eKRADBType type, std::string& name, uint8_t* tail, si
 }
 
 bool kraDBFile::readNextIR(IRRecord& out) {
-  if (legacy_) {
-    std::unique_ptr<IRRecord> record = legacy_->getNextIR();
-    if (record) {
-      out = std::move(*record);
-    }
-    return record != nullptr;
-  }
   uint8_t tail[kRecordTail];
   if (!readRecord(eIR, out.name, tail, sizeof tail)) {
     return false;
@@ -400,13 +380,6 @@ bool kraDBFile::readNextIR(IRRecord& out) {
 }
 
 bool kraDBFile::readNextEM(kraDBEMNode& out) {
-  if (legacy_) {
-    std::unique_ptr<kraDBEMNode> record = legacy_->getNextEM();
-    if (record) {
-      out = std::move(*record);
-    }
-    return record != nullptr;
-  }
   uint8_t tail[kEMRecordTail];
   if (!readRecord(eEM, out.name, tail, sizeof tail)) {
     return false;

@@ -1,6 +1,6 @@
 #pragma once
 // The EMIR database file: writer and reader of the current format (version 4.9 and later),
-// with files of older versions handed to the legacy adaptor.
+// refusing files of older versions (see kraOldDbFile).
 //
 // Layout: a 1024-byte tag text block, a 48-byte notice field, temperature, start and stop
 // time (f64), the block pointer table (IR offset, IR count, EM offset, EM count; int64,
@@ -15,7 +15,6 @@
 #include "db/byteStream.h"
 #include "db/dbRecords.h"
 #include "db/encryptor.h"
-#include "db/oldDbFile.h"
 
 namespace kraDB {
 
@@ -47,7 +46,7 @@ std::string notDatabaseError(const std::string& path);
 class kraDBFile {
  public:
   /// Writer: creates the file with its header and an empty pointer table, and makes a fresh
-  /// random key for each block. A version below 4.9 selects the legacy writer.
+  /// random key for each block. A version below 4.9 is refused (kraOldDbFile).
   kraDBFile(const std::string& path, double temperature, double startTime, double stopTime,
             float version);
   /// Writer with given block keys instead of random ones (tests, reproducible files).
@@ -146,7 +145,6 @@ class kraDBFile {
   std::array<int64_t, kBlockTypes> recordsRead_{};
   /// Set once the end of the file was met inside a block: no more records of that type.
   std::array<bool, kBlockTypes> blockEnded_{};
-  std::unique_ptr<kraOldDbFile> legacy_;
   std::string path_;
   std::string damage_;
   /// Set when a read of the current record came up short.

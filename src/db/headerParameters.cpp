@@ -28,13 +28,13 @@ void readAt(std::FILE* file, long offset, char* buffer, size_t size) {
   }
 }
 
-/// The first text line of a legacy database: "begin..." or a line of 77 asterisks.
-bool startsWithLegacyMarker(const char* bytes) {
-  static const std::string kStars(77, '*');
-  return std::memcmp(bytes, "begin", 5) == 0 || std::memcmp(bytes, kStars.data(), 77) == 0;
-}
-
 }  // namespace
+
+bool startsWithLegacyMarker(const char* bytes) {
+  static const std::string kStars(kLegacyMarkerBytes, '*');
+  return std::memcmp(bytes, "begin", 5) == 0 ||
+         std::memcmp(bytes, kStars.data(), kLegacyMarkerBytes) == 0;
+}
 
 std::vector<std::string> splitAtAny(std::string_view text, std::string_view delimiters) {
   std::array<bool, 256> isDelimiter{};

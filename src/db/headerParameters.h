@@ -3,6 +3,7 @@
 // from a file before the file is opened as a database, and the version and architecture rules
 // derived from it.
 
+#include <cstddef>
 #include <map>
 #include <optional>
 #include <string>
@@ -55,6 +56,12 @@ std::optional<int> taggedArchitecture(const HeaderParameters& params);
 inline constexpr const char* k32BitDatabaseError =
     "Error: 32-bit version of muro-db is not supported. Generate 64-bit version of muro-db and "
     "rerun the tool\n";
+
+/// Bytes startsWithLegacyMarker reads.
+inline constexpr size_t kLegacyMarkerBytes = 77;
+/// Whether `bytes` (kLegacyMarkerBytes of them) begin with the first text line of a legacy
+/// database: "begin..." or a line of 77 asterisks.
+bool startsWithLegacyMarker(const char* bytes);
 
 /// Guesses the producer architecture of a legacy database from where its first text line
 /// stands: 64 or 32, -1 when no marker is found. Empty when the file cannot be opened.

@@ -1,11 +1,10 @@
 #include "db/oldDbFile.h"
 
-#include <cstring>
 #include <stdexcept>
-#include <string_view>
 
 #include "db/byteStream.h"
 #include "db/dbFile.h"
+#include "db/headerParameters.h"
 
 namespace kraDB {
 
@@ -20,30 +19,24 @@ std::string legacyWriteError(const std::string& path) {
          "': the legacy EMIR database format (version below 4.9) is not supported.\n";
 }
 
-kraOldDbFile::kraOldDbFile(const std::string& path, double temperature, double startTime,
-                           double stopTime)
-    : path_(path), temperature_(temperature), startTime_(startTime), stopTime_(stopTime) {
-  throw std::runtime_error(legacyWriteError(path));
-}
-
 namespace {
 
-/// Whether a file has the first text line of a legacy database ("begin..." or a line of 77
-/// asterisks) where a 64-bit or a 32-bit producer puts it (byte 96 or 48).
+/// Whether a file has the first text line of a legacy database where a 64-bit or a 32-bit
+/// producer puts it (byte 96 or 48).
 bool hasLegacyMarker(ByteReader& in) {
-  uint8_t head[96 + 77] = {};
-  const size_t got = in.read(head, sizeof head);
-  const auto markerAt = [&](size_t at) {
-    const auto* text = reinterpret_cast<const char*>(head + at);
-    return (got >= at + 5 && std::memcmp(text, "begin", 5) == 0) ||
-           (got >= at + 77 && std::string_view(text, 77) == std::string(77, '*'));
-  };
-  return markerAt(48) || markerAt(96);
+  // Bytes the file does not have stay zero, which no marker begins with.
+  char head[96 + kLegacyMarkerBytes] = {};
+  in.read(reinterpret_cast<uint8_t*>(head), sizeof head);
+  return startsWithLegacyMarker(head + 48) || startsWithLegacyMarker(head + 96);
 }
 
 }  // namespace
 
-kraOldDbFile::kraOldDbFile(const std::string& path, float version) : path_(path) {
+kraOldDbFile::kraOldDbFile(const std::string& path, double, double, double) {
+  throw std::runtime_error(legacyWriteError(path));
+}
+
+kraOldDbFile::kraOldDbFile(const std::string& path, float version) {
   ByteReader probe;
   if (!probe.open(path)) {
     throw std::runtime_error(openError(path));
@@ -55,24 +48,6 @@ kraOldDbFile::kraOldDbFile(const std::string& path, float version) : path_(path)
     throw std::runtime_error(notDatabaseError(path));
   }
   throw std::runtime_error(legacyReadError(path));
-}
-
-// No object of this class can exist; these only keep the interface whole.
-void kraOldDbFile::addIR(const std::string&, double, double, double, double, double, double) {
-  throw std::runtime_error(legacyWriteError(path_));
-}
-
-void kraOldDbFile::addEM(const std::string&, double, double, double, double, double, int64_t,
-                         int64_t) {
-  throw std::runtime_error(legacyWriteError(path_));
-}
-
-std::unique_ptr<IRRecord> kraOldDbFile::getNextIR() {
-  throw std::runtime_error(legacyReadError(path_));
-}
-
-std::unique_ptr<kraDBEMNode> kraOldDbFile::getNextEM() {
-  throw std::runtime_error(legacyReadError(path_));
 }
 
 }  // namespace kraDB

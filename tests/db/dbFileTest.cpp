@@ -12,6 +12,7 @@
 
 #include "db/dbFile.h"
 #include "db/headerParameters.h"
+#include "db/oldDbFile.h"
 #include "support/testFiles.h"
 
 namespace {
