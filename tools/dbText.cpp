@@ -1,21 +1,15 @@
 #include "dbText.h"
 
-#include <charconv>
 #include <cstring>
+
+#include "support/text.h"
 
 namespace kra2db {
 
 namespace {
 
-std::string_view trimBlanks(std::string_view text) {
-  while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) {
-    text.remove_prefix(1);
-  }
-  while (!text.empty() && (text.back() == ' ' || text.back() == '\t')) {
-    text.remove_suffix(1);
-  }
-  return text;
-}
+/// Fields may carry blanks and tabs around their text (not other white space).
+std::string_view trimBlanks(std::string_view text) { return support::trim(text, " \t"); }
 
 const char* const kIRNames[] = {"name", "rms", "avg", "peak", "tpeak", "min", "tmin"};
 const char* const kEMNames[] = {"name", "rms", "avg", "peak", "tpeak", "avgPos", "term1", "term2"};
@@ -65,33 +59,12 @@ std::vector<std::string_view> splitTabs(std::string_view line) {
 }
 
 bool parseReal(std::string_view text, double& value) {
-  text = trimBlanks(text);
-  if (!text.empty() && text.front() == '+') {
-    text.remove_prefix(1);
-    if (!text.empty() && text.front() == '-') {
-      return false;
-    }
-  }
-  if (text.empty()) {
-    return false;
-  }
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  return error == std::errc() && end == text.data() + text.size();
+  // Infinity and NaN read (the dump writes them so); magnitudes beyond the double range do not.
+  return support::parseDouble(trimBlanks(text), value, {.outOfRangeAsStrtod = false});
 }
 
 bool parseInt64(std::string_view text, int64_t& value) {
-  text = trimBlanks(text);
-  if (!text.empty() && text.front() == '+') {
-    text.remove_prefix(1);
-    if (!text.empty() && text.front() == '-') {
-      return false;
-    }
-  }
-  if (text.empty()) {
-    return false;
-  }
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  return error == std::errc() && end == text.data() + text.size();
+  return support::parseInteger(trimBlanks(text), value);
 }
 
 bool parseIRLine(std::string_view line, IRRecord& out, std::string& error) {

@@ -1,10 +1,11 @@
 #include "pgnet/dbNetwork.h"
 
 #include <algorithm>
-#include <charconv>
 #include <istream>
 #include <stdexcept>
 #include <streambuf>
+
+#include "support/text.h"
 
 // --- nodes ---
 
@@ -36,10 +37,6 @@ void kraDBNode::evalCurrDir() {
 
 namespace {
 
-bool isBlank(int c) {
-  return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' || c == '\r';
-}
-
 /// White-space separated words straight from a stream's buffer, with the line of each.
 class WordReader {
  public:
@@ -61,7 +58,7 @@ class WordReader {
       if (c == '\n') {
         ++line_;
       }
-      if (!isBlank(c)) {
+      if (!support::isBlank(static_cast<char>(c))) {
         break;
       }
     }
@@ -72,7 +69,7 @@ class WordReader {
       }
       word.push_back(static_cast<char>(c));
       c = buffer_->sgetc();
-      if (c == std::char_traits<char>::eof() || isBlank(c)) {
+      if (c == std::char_traits<char>::eof() || support::isBlank(static_cast<char>(c))) {
         return kWord;
       }
       buffer_->sbumpc();
@@ -88,22 +85,6 @@ class WordReader {
   uint64_t line_ = 1;
   uint64_t wordLine_ = 1;
 };
-
-/// A whole word as a stream reads a decimal int: an optional sign, then digits, in range.
-bool parseInt(std::string_view word, int32_t& value) {
-  if (!word.empty() && word.front() == '+') {
-    word.remove_prefix(1);
-    if (!word.empty() && word.front() == '-') {
-      return false;
-    }
-  }
-  if (word.empty()) {
-    return false;
-  }
-  const char* end = word.data() + word.size();
-  auto [ptr, error] = std::from_chars(word.data(), end, value);
-  return error == std::errc() && ptr == end;
-}
 
 std::string quoted(const std::string& word) {
   constexpr size_t kShown = 40;
@@ -142,7 +123,7 @@ bool kraDBNetwork::loadData(std::istream& in, DBNetworkColumns columns) {
     if (!field(word, what)) {
       return false;
     }
-    if (!parseInt(word, into)) {
+    if (!support::parseInteger(word, into)) {
       fail(reader.wordLine(), std::string("the ") + what + " " + quoted(word) + " of node " +
                                   quoted(name) + " is not a whole number");
       return false;

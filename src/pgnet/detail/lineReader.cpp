@@ -8,15 +8,13 @@
 #include <locale>
 #include <sstream>
 
+#include "support/text.h"
+
 namespace pgnet::detail {
 
 namespace {
 
 constexpr size_t kChunkBytes = 1 << 20;
-
-bool isBlank(char c) {
-  return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f';
-}
 
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
@@ -82,22 +80,7 @@ bool LineReader::next(std::string_view& line) {
 }
 
 size_t splitFields(std::string_view line, std::string_view* fields, size_t maxFields) {
-  size_t count = 0;
-  size_t i = 0;
-  while (count < maxFields) {
-    while (i < line.size() && isBlank(line[i])) {
-      ++i;
-    }
-    if (i == line.size()) {
-      break;
-    }
-    const size_t start = i;
-    while (i < line.size() && !isBlank(line[i])) {
-      ++i;
-    }
-    fields[count++] = line.substr(start, i - start);
-  }
-  return count;
+  return support::splitWords(line, std::span<std::string_view>(fields, maxFields));
 }
 
 bool parseDouble(std::string_view field, double& value) {
