@@ -19,26 +19,41 @@ constexpr const char* kDatabaseError = "%s: %s \n";
 
 }  // namespace
 
+namespace {
+
+/// What the IR and time listings share: the database opened for reading, the output opened
+/// with mode "w" (one that cannot be opened is logged and gives 1), `write` filling it, and 1
+/// when the output was not written completely. Database errors reach the caller, which
+/// reports them with a result of its own.
+template <typename Write>
+int writeDatabaseListing(zeAnalyzeNetlist& session, const char* dbPath, const char* outPath,
+                         Write write) {
+  kraDB::kraDBFile db(dbPath);
+  OutputFile out(outPath, "w");
+  if (!out) {
+    session.logMsg(kError, Echo::yes, kNoOutput, kProgramName, outPath);
+    return 1;
+  }
+  write(db, out.get());
+  return session.closeOutput(out) ? 0 : 1;
+}
+
+}  // namespace
+
 int zeAnalyzeNetlist::processReadMuroDBIR(const char* dbPath, const char* outPath) {
   if (dbPath == nullptr || outPath == nullptr) {
     logMsg(kError, Echo::yes, kNeedsName, kProgramName, "readMuroDBIR");
     return 1;
   }
   try {
-    kraDB::kraDBFile db(dbPath);
-    OutputFile out(outPath, "w");
-    if (!out) {
-      logMsg(kError, Echo::yes, kNoOutput, kProgramName, outPath);
-      return 1;
-    }
-    kraDB::writeIRListing(db, out.get());
-    if (!db.damage().empty()) {
-      // The listing holds the records read before the fault; the message says what is missing.
-      logMsg(kError, Echo::yes, "%s: %s", kProgramName, db.damage().c_str());
-    }
-    if (!closeOutput(out)) {
-      return 1;
-    }
+    return writeDatabaseListing(*this, dbPath, outPath, [&](kraDB::kraDBFile& db, std::FILE* out) {
+      kraDB::writeIRListing(db, out);
+      if (!db.damage().empty()) {
+        // The listing holds the records read before the fault; the message says what is
+        // missing.
+        logMsg(kError, Echo::yes, "%s: %s", kProgramName, db.damage().c_str());
+      }
+    });
   } catch (const std::exception& error) {
     logMsg(kError, Echo::yes, kDatabaseError, kProgramName, error.what());
   }
@@ -51,23 +66,15 @@ int zeAnalyzeNetlist::processReadMuroDBTime(const char* dbPath, const char* outP
     return 1;
   }
   try {
-    kraDB::kraDBFile db(dbPath);
-    OutputFile out(outPath, "w");
-    if (!out) {
-      logMsg(kError, Echo::yes, kNoOutput, kProgramName, outPath);
-      return 1;
-    }
-    startTime = db.getStartTime();
-    stopTime = db.getStopTime();
-    kraDB::writeTimeListing(startTime, stopTime, out.get());
-    if (!closeOutput(out)) {
-      return 1;
-    }
+    return writeDatabaseListing(*this, dbPath, outPath, [&](kraDB::kraDBFile& db, std::FILE* out) {
+      startTime = db.getStartTime();
+      stopTime = db.getStopTime();
+      kraDB::writeTimeListing(startTime, stopTime, out);
+    });
   } catch (const std::exception& error) {
     logMsg(kError, Echo::yes, kDatabaseError, kProgramName, error.what());
     return 1;
   }
-  return 0;
 }
 
 int zeAnalyzeNetlist::processReadMuroDBInfo(const char* dbPath, const char* outPath) {
