@@ -74,10 +74,10 @@ class SimDataCommands : public testing::Test {
 };
 
 TEST_F(SimDataCommands, OpenSimDataKeepsWhatIsOpenOnFailureAndTheSelectionAcrossOpens) {
-  const std::string data = std::string(KRA2_SOURCE_DIR) + "/tests/data/ngspice/";
+  const std::string data = std::string(KRA2_SOURCE_DIR) + "/tests/data/readers/";
   std::filesystem::create_directory(dir.file("bad"));
   writeFile(dir.file("bad/broken.raw"), "Title: x\nPlotname: Transient Analysis\nNo. Points: x\n");
-  const ArgList good{data + "rc_tran.bin.raw"};
+  const ArgList good{data + "raw_ngspice_tran_binary/input"};
   ASSERT_EQ(run([&] { return session.processOpenSimDataCmd(&good); }).result, 0);
   simdata::ResultsDir* opened = session.resultsDir.get();
 
@@ -94,7 +94,7 @@ TEST_F(SimDataCommands, OpenSimDataKeepsWhatIsOpenOnFailureAndTheSelectionAcross
   const ArgList tran{"tran"};
   ASSERT_EQ(session.processSelectAnalysisCmd(&tran), 0);
   simdata::Dataset* selected = session.analysis;
-  const ArgList other{data + "rc_op.raw"};
+  const ArgList other{data + "raw_ngspice_op/input"};
   ASSERT_EQ(run([&] { return session.processOpenSimDataCmd(&other); }).result, 0);
   EXPECT_EQ(session.analysis, selected);
   EXPECT_EQ(run([&] { return session.processDisplaySignalCmd(nullptr); }).logged.substr(0, 41),

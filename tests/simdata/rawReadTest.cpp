@@ -1,0 +1,230 @@
+// What the reader cases of tests/data/readers cannot show: the naming rules on their own, bulk
+// reads of odd signal arrays, column gathers, float32 values through the statistics, and damaged
+// copies of every raw case input.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "analysis/instanceMeasure.h"
+#include "app/analyzeNetlist.h"
+#include "simdata/rawBackend.h"
+#include "simdata/rawFile.h"
+#include "simdata/viewValues.h"
+#include "support/testFiles.h"
+
+using simdata::raw::Plot;
+using simdata::raw::RawFile;
+using testing_support::readFile;
+using testing_support::ScratchDir;
+
+namespace {
+
+std::string caseInput(const std::string& name) {
+  return std::string(KRA2_SOURCE_DIR) + "/tests/data/readers/" + name + "/input";
+}
+
+std::unique_ptr<simdata::ValueArray> readAll(simdata::Dataset* dataset) {
+  simdata::SignalArray batch(dataset->signals()->count());
+  for (int k = 0; k < dataset->signals()->count(); ++k) {
+    batch.add(dataset->signals()->at(k));
+  }
+  return dataset->read(batch);
+}
+
+TEST(RawNaming, KindsTypesAndBareNames) {
+  struct KindCase {
+    const char* plotname;
+    const char* kind;
+    const char* type;
+  };
+  const KindCase kinds[] = {
+      {"Transient Analysis", "tran", "tran"},
+      {"DC operating point", "op", "dc"},
+      {"DC transfer characteristic", "dc", "dc"},
+      {"AC Analysis", "ac", "ac"},
+      // The title follows the last parameter value, whatever the parameter is called.
+      {"Step Analysis: Step 1 of 2 params:  name = transient value = 1  Noise Spectral Density",
+       "noise", "noise"},
+      {"DC Sweep: Step 2 of 6 params:  name = V1 value = 0  DC transfer characteristic", "dc",
+       "dc"},
+      {"Step Analysis: Step 1 of 2 params:  name = A value = 1 name = B value = 2  SP Analysis",
+       "sp", "sp"},
+      {"Noise Spectral Density Curves", "noise", "noise"},
+      {"Transfer Function", "tf", "tf"},
+      {"  ", "plot", "plot"},
+  };
+  for (const KindCase& c : kinds) {
+    SCOPED_TRACE(c.plotname);
+    const std::string kind = simdata::raw::analysisKind(c.plotname);
+    EXPECT_EQ(kind, c.kind);
+    EXPECT_EQ(simdata::raw::analysisTypeOfKind(kind), c.type);
+  }
+  const std::pair<const char*, const char*> names[] = {
+      {"v(n1)", "n1"}, {"V(N001)", "N001"}, {"i(vdd)", "i(vdd)"},         {"time", "time"},
+      {"v()", "v()"},  {"v(a", "v(a"},      {"vdd#branch", "vdd#branch"}, {"v(a,b)", "a,b"},
+  };
+  for (const auto& [written, bare] : names) {
+    EXPECT_EQ(simdata::raw::bareName(written), bare) << written;
+  }
+}
+
+// A copy of a signal (as the run loop keeps them), a repeat, the scale, a null entry and a
+// signal of another dataset; one shared time axis for the whole read and for later reads.
+TEST(RawBackend, BulkReadOfOddSignalArrays) {
+  const std::string path = caseInput("raw_ngspice_tran_binary");
+  auto results = simdata::RawBackend().open(path);
+  ASSERT_TRUE(results);
+  simdata::Dataset* tran = results->findDataset("tran");
+  const simdata::SignalList* signals = tran->signals();
+  EXPECT_EQ(tran->findSignal("V(OUT)"), signals->at(2));
+  EXPECT_EQ(tran->findSignal("nothere"), nullptr);
+  const simdata::Signal copy = *signals->at(1);
+  const simdata::Signal foreign{"x", "v(x)", "voltage", 1};
+  simdata::SignalArray batch(6);
+  for (const simdata::Signal* signal : {signals->at(3), &copy, signals->at(3), signals->at(0),
+                                        static_cast<const simdata::Signal*>(nullptr), &foreign}) {
+    batch.add(signal);
+  }
+  auto values = tran->read(batch);
+  ASSERT_EQ(values->count(), 6);
+  EXPECT_EQ(values->at(4), nullptr);
+  EXPECT_EQ(values->at(5), nullptr);
+  const simdata::Value* current = values->at(0);
+  ASSERT_TRUE(current && values->at(1) && values->at(2) && values->at(3));
+  EXPECT_STREQ(current->resultsDirName(), path.c_str());
+  EXPECT_EQ(current->xVector(), values->at(1)->xVector());
+  EXPECT_EQ(current->xVector(), values->at(3)->yVector());
+  EXPECT_EQ(tran->readValue("in")->xVector(), current->xVector());
+  EXPECT_EQ(current->yVector()->doubles().size(), 69u);
+  for (int p = 0; p < 69; ++p) {
+    EXPECT_EQ(values->at(2)->yVector()->doubleAt(p), current->yVector()->doubleAt(p));
+  }
+  EXPECT_EQ(current->yVector()->doubleAt(-1), 0.0);
+  EXPECT_EQ(current->yVector()->doubleAt(69), 0.0);
+
+  // Complex values are an "other kind": no double view, read as 0.0, the real part reachable.
+  auto ac = simdata::RawBackend().open(caseInput("raw_ngspice_ac"));
+  const auto in = ac->findDataset("ac")->readValue("in");
+  EXPECT_TRUE(in->yVector()->doubles().empty());
+  EXPECT_EQ(in->yVector()->doubleAt(0), 1.0);
+  EXPECT_EQ(simdata::getDataVectorAt(in->yVector(), 0), 0.0);
+}
+
+TEST(RawFile, GatherReadsAnyColumnsInOnePass) {
+  // Two points of time, v(n1), v(n2) (raw_binary_two_plots): 0 1 2 and 1e-9 3 4.
+  std::string error;
+  auto file = RawFile::open(caseInput("raw_binary_two_plots"), error);
+  ASSERT_TRUE(file) << error;
+  const Plot& plot = file->plots()[0];
+  const int columns[] = {2, 1, 2, 0};
+  std::vector<std::vector<double>> out(4, std::vector<double>(2, -1.0));
+  double* targets[] = {out[0].data(), out[1].data(), out[2].data(), out[3].data()};
+  file->gather(plot, columns, targets);
+  const std::vector<std::vector<double>> expected = {{2, 4}, {1, 3}, {2, 4}, {0, 1e-9}};
+  EXPECT_EQ(out, expected);
+  // An out-of-range column is refused as a whole.
+  const int bad[] = {1, 3};
+  std::vector<double> untouched(2, -1.0);
+  double* badTargets[] = {untouched.data(), untouched.data()};
+  file->gather(plot, bad, badTargets);
+  EXPECT_EQ(untouched, std::vector<double>(2, -1.0));
+}
+
+// Float32 vectors reach the statistics as doubles, NaN read as 0.0 as getDataVectorAt reads it.
+TEST(RawDialects, Float32VectorsWidenForTheStatistics) {
+  const std::vector<float> values = {1.5f, std::nanf(""), -2.25f};
+  const simdata::ViewVector vector("v", "V", nullptr, values);
+  std::vector<double> scratch;
+  const analysis::Samples samples = analysis::samplesOf(&vector, scratch);
+  ASSERT_EQ(samples.size(), 3);
+  EXPECT_EQ(samples[0], 1.5);
+  EXPECT_EQ(samples[1], 0.0);
+  EXPECT_EQ(samples[2], -2.25);
+
+  // A DC measure of a stepped operating point reads the first step.
+  auto file = simdata::RawBackend().open(caseInput("raw_lt_stepped_operating_point"));
+  ASSERT_TRUE(file);
+  const auto stepped = readAll(file->findDataset("op"));
+  voltageData data0{};
+  analysis::dcDifference(stepped.get(), 1, -1, data0);
+  EXPECT_EQ(data0.peakValue, 0.5);
+}
+
+// A float32 file and the same values stored as float64 must give the same statistics.
+TEST(RawDialects, RunOverFloat32ValuesMatchesFloat64) {
+  std::vector<std::vector<double>> results;
+  for (const char* name : {"raw_lt_utf16_transient", "raw_lt_utf16_transient_double"}) {
+    ScratchDir dir;
+    testing_support::writeFile(dir.file("net"), "R1 out 0\nR2 out I(R1)\n");
+    simdata::initialise();
+    zeAnalyzeNetlist session;
+    ASSERT_EQ(session.init(nullptr, nullptr, true), 0);
+    const ArgList open{caseInput(name)}, select{"tran"}, net{dir.file("net")}, window{"0", "3e-9"};
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(session.processOpenSimDataCmd(&open), 0);
+    EXPECT_EQ(session.processSelectAnalysisCmd(&select), 0);
+    EXPECT_EQ(session.processLoadNetlistCmd(&net), 0);
+    EXPECT_EQ(session.processRunCmd(&window, 0), 0);
+    testing::internal::GetCapturedStdout();
+    std::vector<double> numbers;
+    for (const zeInstance& instance : session.instances.instances) {
+      numbers.insert(numbers.end(), {instance.data.peak, instance.data.avg, instance.data.rms,
+                                     instance.data.peakTime});
+    }
+    results.push_back(numbers);
+  }
+  ASSERT_EQ(results[0].size(), 8u);
+  EXPECT_EQ(results[0][0], 1.0);  // the peak of V(out), at t = 0
+  EXPECT_EQ(results[0], results[1]);
+}
+
+// Every prefix of every raw case input fails cleanly or parses, and corrupted copies that open
+// are read through (run under the sanitizers in CI).
+TEST(RawFile, CaseInputsSurviveTruncationAndCorruption) {
+  ScratchDir dir;
+  for (const auto& entry :
+       std::filesystem::directory_iterator(std::string(KRA2_SOURCE_DIR) + "/tests/data/readers")) {
+    const std::filesystem::path input = entry.path() / "input";
+    if (entry.path().filename().string().rfind("raw_", 0) != 0 ||
+        !std::filesystem::is_regular_file(input)) {
+      continue;
+    }
+    SCOPED_TRACE(input.string());
+    const std::string bytes = readFile(input.string());
+    for (size_t cut = 0; cut < bytes.size(); ++cut) {
+      std::vector<Plot> plots;
+      std::string error;
+      if (!simdata::raw::parsePlots(std::string_view(bytes).substr(0, cut), "cut.raw", plots,
+                                    error)) {
+        EXPECT_EQ(error.rfind("cut.raw: ", 0), 0u) << error;
+      }
+    }
+    std::string corrupt = bytes;
+    const size_t step = std::max<size_t>(3, corrupt.size() / 100);
+    for (size_t i = 0; i < corrupt.size(); i += step) {
+      const char saved = corrupt[i];
+      corrupt[i] = static_cast<char>(saved ^ 0x41);
+      testing_support::writeFile(dir.file("x.raw"), corrupt);
+      const auto results = simdata::RawBackend().open(dir.file("x.raw"));
+      const simdata::DatasetArray* datasets = results ? results->datasets() : nullptr;
+      for (int d = 0; datasets != nullptr && d < datasets->count(); ++d) {
+        const auto values = readAll(datasets->at(d));
+        for (int k = 0; values && k < values->count(); ++k) {
+          const simdata::Value* wave = simdata::getWaveform(values->at(k));
+          if (wave != nullptr && wave->yVector() != nullptr) {
+            simdata::getDataVectorAt(wave->yVector(), wave->yVector()->length() - 1);
+          }
+        }
+      }
+      corrupt[i] = saved;
+    }
+  }
+  simdata::resetError();
+}
+
+}  // namespace
