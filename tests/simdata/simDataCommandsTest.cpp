@@ -1,6 +1,7 @@
 // The simulation-data commands on in-memory results: what each logs and echoes, the files it
 // writes, and the session state it leaves. The plain prerequisite and argument messages are
-// checked end to end (tests/e2e, simdata_prerequisites).
+// checked end to end (tests/e2e, simdata_prerequisites), and so is keeping the open results and
+// the selection across opens (simdata_selection_across_opens).
 
 #include <gtest/gtest.h>
 
@@ -72,38 +73,6 @@ class SimDataCommands : public testing::Test {
  private:
   size_t seen_ = 0;
 };
-
-TEST_F(SimDataCommands, OpenSimDataKeepsWhatIsOpenOnFailureAndTheSelectionAcrossOpens) {
-  const std::string data = std::string(KRA2_SOURCE_DIR) + "/tests/data/readers/";
-  std::filesystem::create_directory(dir.file("bad"));
-  writeFile(dir.file("bad/broken.raw"), "Title: x\nPlotname: Transient Analysis\nNo. Points: x\n");
-  const ArgList good{data + "raw_ngspice_tran_binary/input"};
-  ASSERT_EQ(run([&] { return session.processOpenSimDataCmd(&good); }).result, 0);
-  simdata::ResultsDir* opened = session.resultsDir.get();
-
-  const ArgList bad{dir.file("bad")};
-  const Outcome outcome = run([&] { return session.processOpenSimDataCmd(&bad); });
-  EXPECT_EQ(outcome.result, 1);
-  EXPECT_EQ(outcome.echoed, "ERROR: kra2: openSimData command failed.\n");
-  EXPECT_EQ(outcome.logged,
-            "ERROR: kra2: openSimData command failed.\nWARNING: " + dir.file("bad/broken.raw") +
-                ": line 3: 'No. Points' must be a count, found 'x'\n");
-  EXPECT_EQ(session.resultsDir.get(), opened);
-
-  // The selection outlives a new openSimData and stays usable until the next selection.
-  const ArgList tran{"tran"};
-  ASSERT_EQ(session.processSelectAnalysisCmd(&tran), 0);
-  simdata::Dataset* selected = session.analysis;
-  const ArgList other{data + "raw_ngspice_op/input"};
-  ASSERT_EQ(run([&] { return session.processOpenSimDataCmd(&other); }).result, 0);
-  EXPECT_EQ(session.analysis, selected);
-  EXPECT_EQ(run([&] { return session.processDisplaySignalCmd(nullptr); }).logged.substr(0, 41),
-            "INFO: time [4] time [4] (type: time)\nINFO");
-  const ArgList op{"op"};
-  EXPECT_EQ(session.processSelectAnalysisCmd(&op), 0);
-  EXPECT_EQ(session.isSweepData, 0);
-  EXPECT_EQ(session.replacedResultsDir, nullptr);
-}
 
 TEST_F(SimDataCommands, SelectAnalysisSetsTheSweepFlagAndKeepsTheSelectionOnFailure) {
   MemoryResultsDir* memory = useMemory();
