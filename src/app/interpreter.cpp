@@ -7,14 +7,19 @@
 
 #include "analysis/settings.h"
 #include "app/analyzeNetlist.h"
+#include "app/commandTable.h"
 #include "support/text.h"
 
 namespace {
 
 using Handler = void (*)(zeAnalyzeNetlist& session, const ArgList* args, int& ignoreSign);
 
+/// One command of the command file: its word, a reference line for the help text, and what
+/// runs it. The help is printed from this table, so the two cannot drift apart.
 struct Command {
   const char* word;
+  const char* arguments;
+  const char* summary;
   Handler run;
 };
 
@@ -41,27 +46,49 @@ void withArgs(zeAnalyzeNetlist& session, const ArgList* args, int&) {
 
 // The table is tested in this order; the first case-insensitive match runs.
 const Command kCommands[] = {
-    {"saveTemperature", [](zeAnalyzeNetlist& s, const ArgList* a,
-                           int&) { s.processSaveTemperatureCmd(a, s.temperature); }},
-    {"lengthDataInput", withArgs<&zeAnalyzeNetlist::processLengthDataInputCmd>},
-    {"setLayersStack", withArgs<&zeAnalyzeNetlist::processSetLayersStackCmd>},
-    {"powerGridLayers", withArgs<&zeAnalyzeNetlist::processPowerGridLayersCmd>},
-    {"powerGridRulesInput", withArgs<&zeAnalyzeNetlist::processPowerGridRulesInputCmd>},
-    {"powerGridRulesOutput", withArgs<&zeAnalyzeNetlist::processPowerGridRulesOutputCmd>},
-    {"saveTMeshData", withArgs<&zeAnalyzeNetlist::processSaveTMeshDataCmd>},
-    {"cadGrid", withArgs<&zeAnalyzeNetlist::processCadGridCmd>},
-    {"evalCurrentDirection",
+    {"saveTemperature", "<file>",
+     "writes the temperature of the 'variables' analysis to <file> (needs openSimData)",
+     [](zeAnalyzeNetlist& s, const ArgList* a, int&) {
+       s.processSaveTemperatureCmd(a, s.temperature);
+     }},
+    {"lengthDataInput", "<file>", "names the length-data input that calculateLength reads",
+     withArgs<&zeAnalyzeNetlist::processLengthDataInputCmd>},
+    {"setLayersStack", "<via> <above> <below> ...",
+     "appends layer triples: via layer, metal above, metal below",
+     withArgs<&zeAnalyzeNetlist::processSetLayersStackCmd>},
+    {"powerGridLayers", "<layer> ...", "records power-grid layer names",
+     withArgs<&zeAnalyzeNetlist::processPowerGridLayersCmd>},
+    {"powerGridRulesInput", "<pg-data>",
+     "names the PG data read by the power-grid analysis after run and readMuroDBEM",
+     withArgs<&zeAnalyzeNetlist::processPowerGridRulesInputCmd>},
+    {"powerGridRulesOutput", "<file>", "names the file the power-grid analysis writes",
+     withArgs<&zeAnalyzeNetlist::processPowerGridRulesOutputCmd>},
+    {"saveTMeshData", "<file>", "readMuroDBEM also writes signed peaks and averages to <file>",
+     withArgs<&zeAnalyzeNetlist::processSaveTMeshDataCmd>},
+    {"cadGrid", "<value>", "grid tolerance of the power-grid analysis (above 0.001: 1/DBU instead)",
+     withArgs<&zeAnalyzeNetlist::processCadGridCmd>},
+    {"evalCurrentDirection", "", "adds current directions to calculateLength and readMuroDBEM",
      [](zeAnalyzeNetlist& s, const ArgList*, int&) { s.evalCurrentDirection = true; }},
-    {"lengthDataOutput", withArgs<&zeAnalyzeNetlist::processLengthDataOutputCmd>},
-    {"calculateLength",
+    {"lengthDataOutput", "<file>", "names the length-data output that calculateLength writes",
+     withArgs<&zeAnalyzeNetlist::processLengthDataOutputCmd>},
+    {"calculateLength", "",
+     "reads lengthDataInput, computes metal and via lengths, writes lengthDataOutput",
      [](zeAnalyzeNetlist& s, const ArgList*, int&) { s.processCalculateLengthCmd(); }},
-    {"evalTotalSum", [](zeAnalyzeNetlist& s, const ArgList*, int&) { s.evalTotalSum = true; }},
-    {"readMuroDBIR", withTwoArgs<&zeAnalyzeNetlist::processReadMuroDBIR>},
-    {"readMuroDBEM", withArgs<&zeAnalyzeNetlist::processReadMuroDBEM>},
-    {"readMuroDBInfo", withTwoArgs<&zeAnalyzeNetlist::processReadMuroDBInfo>},
-    {"readMuroDBTime", withTwoArgs<&zeAnalyzeNetlist::processReadMuroDBTime>},
-    {"done", [](zeAnalyzeNetlist& s, const ArgList*, int&) { s.processCleanup(); }},
-    {"simDataType",
+    {"evalTotalSum", "", "calculateLength gives each metal group the sum of its lengths",
+     [](zeAnalyzeNetlist& s, const ArgList*, int&) { s.evalTotalSum = true; }},
+    {"readMuroDBIR", "<db> <out>", "lists the IR records of an EMIR database in <out>",
+     withTwoArgs<&zeAnalyzeNetlist::processReadMuroDBIR>},
+    {"readMuroDBEM", "<db> <out> <network> <pRes> [<hier>]",
+     "relates the EM records of <db> to the resistors of <network>; writes <out>",
+     withArgs<&zeAnalyzeNetlist::processReadMuroDBEM>},
+    {"readMuroDBInfo", "<db> <out>",
+     "writes the version and architecture of an EMIR database to <out>",
+     withTwoArgs<&zeAnalyzeNetlist::processReadMuroDBInfo>},
+    {"readMuroDBTime", "<db> <out>", "writes the time window of an EMIR database to <out>",
+     withTwoArgs<&zeAnalyzeNetlist::processReadMuroDBTime>},
+    {"done", "", "ends the command file (so do an empty line and the end of the file)",
+     [](zeAnalyzeNetlist& s, const ArgList*, int&) { s.processCleanup(); }},
+    {"simDataType", "QXF", "marks the simulation data as QXF",
      [](zeAnalyzeNetlist& s, const ArgList* a, int&) {
        const char* format = argAt(a, 0);
        if (format != nullptr && strcasecmp(format, "QXF") == 0) {
@@ -69,18 +96,24 @@ const Command kCommands[] = {
          s.setDataType(zeNetlist::eQXF);
        }
      }},
-    {"openSimData", withArgs<&zeAnalyzeNetlist::processOpenSimDataCmd>},
-    {"saveAnalysisInfo",
+    {"openSimData", "<path>", "opens a results file or folder",
+     withArgs<&zeAnalyzeNetlist::processOpenSimDataCmd>},
+    {"saveAnalysisInfo", "<file> [-muroDBFile <db>]",
+     "writes each analysis with its kind and time range to <file> (needs openSimData)",
      [](zeAnalyzeNetlist& s, const ArgList* a, int&) {
        std::vector<std::string> info;
        s.processSaveAnalysisInfoCmd(a, info);
      }},
-    {"loadNetlist",
+    {"loadNetlist", "<file>",
+     "reads the instances to check (name node1 node2 per line); a second file appends",
      [](zeAnalyzeNetlist& s, const ArgList* a, int&) {
        timedCommand(s, "loadNetlist", [&] { s.processLoadNetlistCmd(a); });
      }},
-    {"selectAnalysis", withArgs<&zeAnalyzeNetlist::processSelectAnalysisCmd>},
-    {"durationTime",
+    {"selectAnalysis", "<name>",
+     "selects the analysis that later commands read (needs openSimData)",
+     withArgs<&zeAnalyzeNetlist::processSelectAnalysisCmd>},
+    {"durationTime", "<seconds>",
+     "peaks must outlast this duration; loadNetlist then reads five columns",
      [](zeAnalyzeNetlist& s, const ArgList* a, int&) {
        const char* value = argAt(a, 0);
        if (value != nullptr && std::strcmp(value, "nil") != 0) {
@@ -89,12 +122,15 @@ const Command kCommands[] = {
          s.logMsg(kError, Echo::yes, "Using default value 0.0 as duration time.\n");
        }
      }},
-    {"recoveryFactorFlag",
+    {"recoveryFactorFlag", "",
+     "run weighs reverse currents with each instance's recovery factor (1 unless the netlist gives "
+     "one)",
      [](zeAnalyzeNetlist& s, const ArgList*, int&) {
        s.recoveryFactorFlag = true;
        analysis::processSettings().recoveryFactor = 1.0f;
      }},
-    {"emRecoveryFactor",
+    {"emRecoveryFactor", "<factor>",
+     "run weighs reverse currents with <factor> (unless recoveryFactorFlag is given)",
      [](zeAnalyzeNetlist& s, const ArgList* a, int&) {
        const char* value = argAt(a, 0);
        if (value != nullptr && std::strcmp(value, "nil") != 0) {
@@ -106,8 +142,11 @@ const Command kCommands[] = {
          s.logMsg(kError, Echo::yes, "Using default value 1 as duration time.\n");
        }
      }},
-    {"ACAnlaysis", [](zeAnalyzeNetlist& s, const ArgList*, int&) { s.setACAnalysis(true); }},
-    {"ignore",
+    {"ACAnlaysis", "", "run also measures duty ratio and pulse width (the word is spelt so)",
+     [](zeAnalyzeNetlist& s, const ArgList*, int&) { s.setACAnalysis(true); }},
+    {"ignore", "negative_currents|positive_currents",
+     "run keeps avgPositive after ignore negative_currents, avgNegative after ignore "
+     "positive_currents, both after both",
      [](zeAnalyzeNetlist&, const ArgList* a, int& ignoreSign) {
        const char* which = argAt(a, 0);
        if (which == nullptr) {
@@ -119,25 +158,39 @@ const Command kCommands[] = {
          ignoreSign = ignoreSign == -1 ? 2 : 1;
        }
      }},
-    {"run",
+    {"run", "<start> <stop>",
+     "computes every instance's statistics over the window in seconds (needs selectAnalysis)",
      [](zeAnalyzeNetlist& s, const ArgList* a, int& ignoreSign) {
        timedCommand(s, "run", [&] { s.processRunCmd(a, ignoreSign); });
      }},
-    {"saveResult",
+    {"saveResult", "<file>",
+     "writes one tab-separated line per instance to <file> (needs loadNetlist)",
      [](zeAnalyzeNetlist& s, const ArgList* a, int&) {
        std::vector<zeInstance> saved;
        s.processSaveResultsCmd(a, saved);
      }},
-    {"displayAnalysis", withArgs<&zeAnalyzeNetlist::processDisplayAnalysisCmd>},
+    {"displayAnalysis", "", "logs the type and name of every analysis (needs openSimData)",
+     withArgs<&zeAnalyzeNetlist::processDisplayAnalysisCmd>},
     // Timed under the name "loadNetlist": the reuse is intended.
-    {"displaySignals",
+    {"displaySignals", "[-v]",
+     "logs the signals of the selected analysis; -v reads all their values",
      [](zeAnalyzeNetlist& s, const ArgList* a, int&) {
        timedCommand(s, "loadNetlist", [&] { s.processDisplaySignalCmd(a); });
      }},
-    {"createNetlist", withArgs<&zeAnalyzeNetlist::processCreateNetlistCmd>},
+    {"createNetlist", "<file>",
+     "writes a netlist that chains the selected analysis' signals to <file>",
+     withArgs<&zeAnalyzeNetlist::processCreateNetlistCmd>},
 };
 
 }  // namespace
+
+std::vector<app::CommandHelp> app::commandReference() {
+  std::vector<CommandHelp> reference;
+  for (const Command& command : kCommands) {
+    reference.push_back({command.word, command.arguments, command.summary});
+  }
+  return reference;
+}
 
 namespace {
 

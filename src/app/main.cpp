@@ -7,6 +7,7 @@
 #include <string>
 
 #include "app/analyzeNetlist.h"
+#include "app/commandTable.h"
 #include "app/version.h"
 #include "simdata/resultsReader.h"
 
@@ -50,6 +51,27 @@ void printBanner() {
 
 void printUsage() { std::printf("Usage: %s\n", kUsage); }
 
+/// The help text: usage, options, and one line per command of the interpreter's table.
+void printHelp() {
+  printUsage();
+  std::printf(
+      "\nOptions:\n"
+      "  -cmd <cmd-file>  the command file (a bare argument names it too)\n"
+      "  -log <log-file>  the log file (default kra2.log, overwritten)\n"
+      "  -v               the version banner (alone)\n"
+      "  -h, --help       this text (alone)\n"
+      "  --version        the version in one line (alone)\n"
+      "\nCommands (one per line; the word ignores case; '#' starts a comment line; done, an\n"
+      "empty line or the end of the file ends the run):\n");
+  for (const app::CommandHelp& command : app::commandReference()) {
+    const std::string_view gap = command.arguments.empty() ? "" : " ";
+    std::printf("  %.*s%.*s%.*s\n      %.*s\n", static_cast<int>(command.word.size()),
+                command.word.data(), static_cast<int>(gap.size()), gap.data(),
+                static_cast<int>(command.arguments.size()), command.arguments.data(),
+                static_cast<int>(command.summary.size()), command.summary.data());
+  }
+}
+
 void runSession(const char* cmdFileName, const char* logFileName) {
   auto session = std::make_unique<zeAnalyzeNetlist>();
   if (session->init(cmdFileName, logFileName, false) == 0) {
@@ -66,6 +88,14 @@ int main(int argc, char** argv) {
   }
   if (argc == 2 && std::strcmp(argv[1], "-v") == 0) {
     printBanner();
+    return 0;
+  }
+  if (argc == 2 && (std::strcmp(argv[1], "-h") == 0 || std::strcmp(argv[1], "--help") == 0)) {
+    printHelp();
+    return 0;
+  }
+  if (argc == 2 && std::strcmp(argv[1], "--version") == 0) {
+    std::printf("kra2 %s\n", KRA2_VERSION_TEXT);
     return 0;
   }
   const char* cmdFileName = nullptr;
