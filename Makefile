@@ -8,7 +8,7 @@ CMAKE_ARGS ?=
 
 PACKAGES := cmake ninja-build g++ libgtest-dev libgmock-dev libcli11-dev python3 python3-numpy
 
-.PHONY: deps configure build demo test test-sanitize bench clean fuzz fuzz-short fuzz-deps format format-check
+.PHONY: deps configure build demo test test-sanitize bench clean fuzz fuzz-short fuzz-deps format format-check package
 
 deps:
 	@missing=""; for p in $(PACKAGES); do dpkg -s $$p >/dev/null 2>&1 || missing="$$missing $$p"; done; \
@@ -36,6 +36,17 @@ demo: build
 
 test: build
 	ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS)
+
+# The Debian package of the build (CPack; dpkg-shlibdeps declares the library dependencies),
+# its control fields, and lintian's verdict (errors fail the target, warnings are shown).
+PACKAGE_PACKAGES := dpkg-dev file lintian
+
+package: build
+	@$(MAKE) --no-print-directory deps PACKAGES="$(PACKAGE_PACKAGES)"
+	rm -f $(BUILD)/kra2_*.deb
+	cmake --build $(BUILD) --target package
+	dpkg-deb --info $(BUILD)/kra2_*.deb
+	lintian --fail-on error $(BUILD)/kra2_*.deb
 
 # Benchmarks: every program under $(BUILD)/bench, never part of `make test`.
 bench: build
