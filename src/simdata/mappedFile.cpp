@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <mutex>
 #include <utility>
@@ -115,6 +116,15 @@ bool MappedFile::open(const std::string& path, std::string& error) {
   inode_ = info.st_ino;
   noteMapped(device_, inode_);
   return true;
+}
+
+void releaseMappedPages(const char* begin, const char* end) {
+  static const uintptr_t page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
+  const uintptr_t first = (reinterpret_cast<uintptr_t>(begin) + page - 1) & ~(page - 1);
+  const uintptr_t last = reinterpret_cast<uintptr_t>(end) & ~(page - 1);
+  if (last > first) {
+    madvise(reinterpret_cast<void*>(first), last - first, MADV_DONTNEED);
+  }
 }
 
 }  // namespace simdata

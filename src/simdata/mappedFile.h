@@ -15,6 +15,11 @@ namespace simdata {
 /// commands that write files refuse these paths.
 bool isMappedForReading(const char* path);
 
+/// Gives back the pages wholly inside [begin, end) of a read-only file mapping: they refill
+/// from the file if read again, so a pass that reads a large file once does not keep all of it
+/// resident.
+void releaseMappedPages(const char* begin, const char* end);
+
 class MappedFile {
  public:
   MappedFile() = default;
