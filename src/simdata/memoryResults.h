@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "simdata/resultsReader.h"
+#include "simdata/viewValues.h"
 
 namespace simdata {
 
@@ -43,7 +44,7 @@ class MemoryVector : public DataVector {
 };
 
 /// A scalar, a waveform, or a value of nested sweeps.
-class MemoryValue : public Value {
+class MemoryValue : public StoredValue {
  public:
   static std::unique_ptr<MemoryValue> scalarValue(std::string name, double v);
   static std::unique_ptr<MemoryValue> waveform(std::string name,
@@ -57,24 +58,14 @@ class MemoryValue : public Value {
   void setNames(std::string displayTitle, std::string datasetName, std::string dirName);
   std::unique_ptr<MemoryValue> clone() const { return std::make_unique<MemoryValue>(*this); }
 
-  const char* name() const override { return name_.c_str(); }
   const char* displayTitle() const override { return displayTitle_.c_str(); }
   const char* datasetName() const override { return datasetName_.c_str(); }
   const char* resultsDirName() const override { return dirName_.c_str(); }
-  int dimension() const override { return dimension_; }
-  int kind() const override { return kind_; }
-  double scalar() const override { return scalar_; }
-  const DataVector* xVector() const override { return x_.get(); }
-  const DataVector* yVector() const override { return y_.get(); }
   int waveCount() const override { return static_cast<int>(inner_.size()); }
   const Value* waveAt(int i) const override;
 
  private:
-  std::string name_, displayTitle_, datasetName_, dirName_;
-  int dimension_ = 1;
-  int kind_ = kDataVectorValue;
-  double scalar_ = 0.0;
-  std::shared_ptr<const DataVector> x_, y_;
+  std::string displayTitle_, datasetName_, dirName_;
   std::vector<std::shared_ptr<const Value>> inner_;
 };
 

@@ -46,11 +46,11 @@ bool fileStartsLikePsfAscii(const fs::path& path) {
 
 /// One PSF data file as a dataset. A swept file lists its sweep variable first (as raw files
 /// list their scale), then its traces; a file without a sweep lists its numeric entries.
-class PsfDataset : public Dataset {
+class PsfDataset : public FileDataset {
  public:
   PsfDataset(std::shared_ptr<const psf::PsfData> data, std::string name, std::string type,
              const std::string& dirName)
-      : data_(std::move(data)), name_(std::move(name)), type_(std::move(type)) {
+      : FileDataset(std::move(name), std::move(type), psf::kPsfErrorCode), data_(std::move(data)) {
     const psf::HeaderItem* description = data_->findHeader("analysis description");
     labels_ = std::make_shared<ValueLabels>(
         ValueLabels{description != nullptr && !description->isNumber ? description->text : name_,
@@ -66,23 +66,11 @@ class PsfDataset : public Dataset {
     }
   }
 
-  const char* name() const override { return name_.c_str(); }
-  const char* analysisType() const override { return type_.c_str(); }
-  const SignalList* signals() override { return &signals_; }
-
-  std::unique_ptr<Value> readValue(std::string_view name) override {
-    const Signal* signal = findSignalOrFail(signals_, name, name_, psf::kPsfErrorCode);
-    if (signal == nullptr) {
-      return nullptr;
-    }
-    return valueOf(signal->id);
-  }
-
   std::unique_ptr<ValueArray> read(const SignalArray& signals) override {
     auto array = std::make_unique<ValueArray>();
     for (int i = 0; i < signals.count(); ++i) {
       const int64_t id = idOf(signals.at(i));
-      array->add(id >= 0 ? valueOf(id) : nullptr);
+      array->add(id >= 0 ? valueOfSignal(id) : nullptr);
     }
     return array;
   }
@@ -92,16 +80,7 @@ class PsfDataset : public Dataset {
       return nullptr;
     }
     if (!sweep_) {
-      Range range{kFloat64, 0.0, 0.0};
-      bool first = true;
-      for (double v : data_->sweepValues) {
-        if (std::isnan(v)) {
-          continue;
-        }
-        range.min = first ? v : std::min(range.min, v);
-        range.max = first ? v : std::max(range.max, v);
-        first = false;
-      }
+      const Range range = extentOf(*sweepVector());
       sweep_.emplace();
       sweep_->add(SweepDimension{data_->sweepName, range});
     }
@@ -109,16 +88,6 @@ class PsfDataset : public Dataset {
   }
 
  private:
-  /// The id of a signal of this dataset, or -1. Signals copied out of the list (as the run
-  /// loop keeps them) are recognised by their id and checked by name.
-  int64_t idOf(const Signal* signal) const {
-    if (signal == nullptr || signal->id < 0 || signal->id >= signals_.count()) {
-      return -1;
-    }
-    const Signal* own = signals_.at(static_cast<int>(signal->id));
-    return own == signal || own->name2 == signal->name2 ? signal->id : -1;
-  }
-
   const std::shared_ptr<const ViewVector>& sweepVector() const {
     if (!x_) {
       x_ = std::make_shared<const ViewVector>(data_->sweepName, data_->sweepUnits, kFloat64, data_,
@@ -127,7 +96,7 @@ class PsfDataset : public Dataset {
     return x_;
   }
 
-  std::unique_ptr<Value> valueOf(int64_t id) const {
+  std::unique_ptr<Value> valueOfSignal(int64_t id) const override {
     if (!data_->swept) {
       const psf::Quantity& quantity = data_->quantities[static_cast<size_t>(id)];
       return ViewValue::scalarValue(quantity.name, labels_, quantity.scalar);
@@ -144,10 +113,6 @@ class PsfDataset : public Dataset {
   }
 
   std::shared_ptr<const psf::PsfData> data_;
-  std::string name_;
-  std::string type_;
-  std::shared_ptr<const ValueLabels> labels_;
-  SignalList signals_;
   mutable std::shared_ptr<const ViewVector> x_;
   mutable std::optional<Sweep> sweep_;
 };

@@ -13,6 +13,7 @@
 
 namespace simdata {
 
+// Declared as RawBackend is: a backend is its reader name, its recognition and its opening.
 class PsfBackend : public Backend {
  public:
   const char* readerName() const override { return "PSF ASCII"; }

@@ -90,14 +90,13 @@ namespace {
 namespace fs = std::filesystem;
 
 /// One plot of a raw file as a dataset.
-class RawDataset : public Dataset {
+class RawDataset : public FileDataset {
  public:
   RawDataset(std::shared_ptr<const raw::RawFile> file, size_t plotIndex, std::string name,
              std::string type, const std::string& dirName)
-      : file_(std::move(file)),
+      : FileDataset(std::move(name), std::move(type), raw::kRawErrorCode),
+        file_(std::move(file)),
         plot_(file_->plots()[plotIndex]),
-        name_(std::move(name)),
-        type_(std::move(type)),
         hasAxis_(raw::plotHasAxis(plot_)),
         waveforms_(hasAxis_ || (plot_.stepped() && plot_.points > 1)) {
     labels_ = std::make_shared<ValueLabels>(ValueLabels{plot_.plotname, name_, dirName});
@@ -107,23 +106,10 @@ class RawDataset : public Dataset {
     }
   }
 
-  const char* name() const override { return name_.c_str(); }
-  const char* analysisType() const override { return type_.c_str(); }
-  const SignalList* signals() override { return &signals_; }
-
-  std::unique_ptr<Value> readValue(std::string_view name) override {
-    const Signal* signal = findSignalOrFail(signals_, name, name_, raw::kRawErrorCode);
-    if (signal == nullptr) {
-      return nullptr;
-    }
-    std::vector<std::unique_ptr<Value>> values = readColumns({static_cast<int>(signal->id)});
-    return values.empty() ? nullptr : std::move(values.front());
-  }
-
   std::unique_ptr<ValueArray> read(const SignalArray& signals) override {
     std::vector<int> columns(static_cast<size_t>(signals.count()));
     for (int i = 0; i < signals.count(); ++i) {
-      columns[static_cast<size_t>(i)] = columnOf(signals.at(i));
+      columns[static_cast<size_t>(i)] = static_cast<int>(idOf(signals.at(i)));
     }
     std::vector<std::unique_ptr<Value>> values = readColumns(columns);
     if (values.size() != columns.size()) {
@@ -150,7 +136,7 @@ class RawDataset : public Dataset {
     }
     std::vector<int> columns(static_cast<size_t>(signals.count()));
     for (int i = 0; i < signals.count(); ++i) {
-      columns[static_cast<size_t>(i)] = columnOf(signals.at(i));
+      columns[static_cast<size_t>(i)] = static_cast<int>(idOf(signals.at(i)));
       if (columns[static_cast<size_t>(i)] < 0) {
         return false;
       }
@@ -166,18 +152,7 @@ class RawDataset : public Dataset {
       return nullptr;
     }
     if (!sweep_) {
-      const ViewVector& scale = *scaleVector();
-      Range range{kFloat64, 0.0, 0.0};
-      bool first = true;
-      for (int p = 0; p < scale.length(); ++p) {
-        const double v = scale.doubleAt(p);
-        if (std::isnan(v)) {
-          continue;
-        }
-        range.min = first ? v : std::min(range.min, v);
-        range.max = first ? v : std::max(range.max, v);
-        first = false;
-      }
+      const Range range = extentOf(*scaleVector());
       sweep_.emplace();
       sweep_->add(SweepDimension{plot_.variables.front().name, range});
       if (plot_.stepped()) {
@@ -215,17 +190,9 @@ class RawDataset : public Dataset {
     return Column{buffer.data, {}, {buffer.data.get(), buffer.size}};
   }
 
-  /// The column a signal of this dataset names, or -1. Signals copied out of the list (as the
-  /// run loop does) are recognised by their id and checked by name.
-  int columnOf(const Signal* signal) const {
-    if (signal == nullptr || signal->id < 0 || signal->id >= signals_.count()) {
-      return -1;
-    }
-    const Signal* own = signals_.at(static_cast<int>(signal->id));
-    if (own != signal && own->name2 != signal->name2) {
-      return -1;
-    }
-    return static_cast<int>(signal->id);
+  std::unique_ptr<Value> valueOfSignal(int64_t id) const override {
+    std::vector<std::unique_ptr<Value>> values = readColumns({static_cast<int>(id)});
+    return values.empty() ? nullptr : std::move(values.front());
   }
 
   /// Variables stored as float32 are kept so (type code 5); the scale is always real (the
@@ -446,12 +413,8 @@ class RawDataset : public Dataset {
 
   std::shared_ptr<const raw::RawFile> file_;
   const raw::Plot& plot_;
-  std::string name_;
-  std::string type_;
   bool hasAxis_;
   bool waveforms_;
-  std::shared_ptr<const ValueLabels> labels_;
-  SignalList signals_;
   mutable std::shared_ptr<const ViewVector> scale_;
   mutable std::vector<std::shared_ptr<const ViewVector>> stepScales_;
   bool storeWanted_ = false;

@@ -1,6 +1,7 @@
 #include "simdata/viewValues.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 
 namespace simdata {
@@ -140,6 +141,38 @@ const char* unitsOfTypeWord(std::string_view type) {
     return "Hz";
   }
   return "";
+}
+
+std::unique_ptr<Value> FileDataset::readValue(std::string_view name) {
+  const Signal* signal = signals_.find(name);
+  if (signal == nullptr) {
+    setLastError(errorCode_, "no signal named " + std::string(name) + " in dataset " + name_);
+    return nullptr;
+  }
+  return valueOfSignal(signal->id);
+}
+
+int64_t FileDataset::idOf(const Signal* signal) const {
+  if (signal == nullptr || signal->id < 0 || signal->id >= signals_.count()) {
+    return -1;
+  }
+  const Signal* own = signals_.at(static_cast<int>(signal->id));
+  return own == signal || own->name2 == signal->name2 ? signal->id : -1;
+}
+
+Range extentOf(const DataVector& values) {
+  Range range{kFloat64, 0.0, 0.0};
+  bool first = true;
+  for (int i = 0; i < values.length(); ++i) {
+    const double v = values.doubleAt(i);
+    if (std::isnan(v)) {
+      continue;
+    }
+    range.min = first ? v : std::min(range.min, v);
+    range.max = first ? v : std::max(range.max, v);
+    first = false;
+  }
+  return range;
 }
 
 }  // namespace simdata

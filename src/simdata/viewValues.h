@@ -58,9 +58,28 @@ struct ValueLabels {
   std::string dirName;
 };
 
+/// The parts of a value that every value class here keeps alike: its name, dimension, kind,
+/// scalar and x and y vectors (the texts of its dataset and its inner values differ).
+class StoredValue : public Value {
+ public:
+  const char* name() const override { return name_.c_str(); }
+  int dimension() const override { return dimension_; }
+  int kind() const override { return kind_; }
+  double scalar() const override { return scalar_; }
+  const DataVector* xVector() const override { return x_.get(); }
+  const DataVector* yVector() const override { return y_.get(); }
+
+ protected:
+  std::string name_;
+  int dimension_ = 1;
+  int kind_ = kDataVectorValue;
+  double scalar_ = 0.0;
+  std::shared_ptr<const DataVector> x_, y_;
+};
+
 /// A scalar, a waveform (x and y vectors), or a value of dimension 2 whose inner waveforms
 /// are the runs of a stepped analysis.
-class ViewValue : public Value {
+class ViewValue : public StoredValue {
  public:
   static std::unique_ptr<ViewValue> scalarValue(std::string name,
                                                 std::shared_ptr<const ValueLabels> labels,
@@ -73,43 +92,56 @@ class ViewValue : public Value {
                                            std::shared_ptr<const ValueLabels> labels,
                                            std::vector<std::unique_ptr<ViewValue>> inner);
 
-  const char* name() const override { return name_.c_str(); }
   const char* displayTitle() const override { return labels_->displayTitle.c_str(); }
   const char* datasetName() const override { return labels_->datasetName.c_str(); }
   const char* resultsDirName() const override { return labels_->dirName.c_str(); }
-  int dimension() const override { return dimension_; }
-  int kind() const override { return kind_; }
-  double scalar() const override { return scalar_; }
-  const DataVector* xVector() const override { return x_.get(); }
-  const DataVector* yVector() const override { return y_.get(); }
   int waveCount() const override { return static_cast<int>(inner_.size()); }
   const Value* waveAt(int i) const override;
 
  private:
   ViewValue(std::string name, std::shared_ptr<const ValueLabels> labels)
-      : name_(std::move(name)), labels_(std::move(labels)) {}
-  std::string name_;
+      : labels_(std::move(labels)) {
+    name_ = std::move(name);
+  }
   std::shared_ptr<const ValueLabels> labels_;
-  int dimension_ = 0;
-  int kind_ = kScalarValue;
-  double scalar_ = 0.0;
-  std::shared_ptr<const DataVector> x_, y_;
   std::vector<std::unique_ptr<ViewValue>> inner_;
 };
 
 /// The base units of a quantity from its type word ("time" -> "s", "voltage" -> "V", ...).
 const char* unitsOfTypeWord(std::string_view type);
 
-/// The signal called `name` in a file backend's dataset, or null with the last error set
-/// (under the backend's error code) naming the signal and the dataset.
-inline const Signal* findSignalOrFail(const SignalList& signals, std::string_view name,
-                                      const std::string& datasetName, uint16_t errorCode) {
-  const Signal* signal = signals.find(name);
-  if (signal == nullptr) {
-    setLastError(errorCode, "no signal named " + std::string(name) + " in dataset " + datasetName);
-  }
-  return signal;
-}
+/// What the datasets of the file backends share: a name, an analysis type, the labels of their
+/// values, and a signal list whose signal ids stand for the backend's own columns.
+class FileDataset : public Dataset {
+ public:
+  const char* name() const override { return name_.c_str(); }
+  const char* analysisType() const override { return type_.c_str(); }
+  const SignalList* signals() override { return &signals_; }
+  /// The value of the signal called `name`, or null with the last error set (under the
+  /// backend's error code) naming the signal and the dataset.
+  std::unique_ptr<Value> readValue(std::string_view name) override;
+
+ protected:
+  FileDataset(std::string name, std::string type, uint16_t errorCode)
+      : name_(std::move(name)), type_(std::move(type)), errorCode_(errorCode) {}
+  /// The value of the signal with id `id` of this dataset's list (null when it cannot be read).
+  virtual std::unique_ptr<Value> valueOfSignal(int64_t id) const = 0;
+  /// The id of a signal of this dataset, or -1. Signals copied out of the list (as the run loop
+  /// keeps them) are recognised by their id and checked by name.
+  int64_t idOf(const Signal* signal) const;
+
+  std::string name_;
+  std::string type_;
+  std::shared_ptr<const ValueLabels> labels_;
+  SignalList signals_;
+
+ private:
+  uint16_t errorCode_;
+};
+
+/// The smallest and largest element of a vector as a float64 range, NaN skipped (0 to 0 when
+/// every element is NaN or there is none).
+Range extentOf(const DataVector& values);
 
 /// A results directory that owns its datasets and lists them in the order they were added.
 class OwningResultsDir : public ResultsDir {
