@@ -31,6 +31,21 @@ bool hasDatasets(const simdata::ResultsDir& dir) {
   return datasets != nullptr && datasets->count() > 0;
 }
 
+/// Opens the output file `fileName` of `command` when the session writes output files (else
+/// leaves `file` closed); false after logging that it cannot be written.
+bool openCommandOutput(zeAnalyzeNetlist& session, const char* command, const char* fileName,
+                       OutputFile& file) {
+  if (!session.writeOutputFiles) {
+    return true;
+  }
+  file = OutputFile(fileName, "w+");
+  if (!file) {
+    session.logMsg(kError, Echo::yes, kCannotWrite, command, fileName);
+    return false;
+  }
+  return true;
+}
+
 /// The temperature stored as "temp:value" in the "variables" dataset, if there is one.
 bool findTemperature(const simdata::ResultsDir& dir, double& temperature) {
   simdata::Dataset* variables = dir.findDataset("variables");
@@ -193,18 +208,14 @@ int zeAnalyzeNetlist::processDisplaySignalCmd(const ArgList* args) {
 
 int zeAnalyzeNetlist::processSaveTemperatureCmd(const ArgList* args, double& temperatureOut) {
   simdata::resetError();
+  const char* fileName = argAt(args, 0);
+  if (writeOutputFiles && fileName == nullptr) {
+    logMsg(kError, Echo::yes, kNeedsFileName, kProgramName, "saveTemperature");
+    return 1;
+  }
   OutputFile file;
-  if (writeOutputFiles) {
-    const char* fileName = argAt(args, 0);
-    if (fileName == nullptr) {
-      logMsg(kError, Echo::yes, kNeedsFileName, kProgramName, "saveTemperature");
-      return 1;
-    }
-    file = OutputFile(fileName, "w+");
-    if (!file) {
-      logMsg(kError, Echo::yes, kCannotWrite, "saveTemperature", fileName);
-      return 1;
-    }
+  if (!openCommandOutput(*this, "saveTemperature", fileName, file)) {
+    return 1;
   }
   if (!resultsDir) {
     logMsg(kError, Echo::yes, kMustOpenLower, "saveTemperature");
@@ -280,13 +291,8 @@ int zeAnalyzeNetlist::processSaveAnalysisInfoCmd(const ArgList* args,
     return 1;
   }
   OutputFile file;
-  if (writeOutputFiles) {
-    const char* fileName = argAt(args, 0);
-    file = OutputFile(fileName, "w+");
-    if (!file) {
-      logMsg(kError, Echo::yes, kCannotWrite, "saveAnalysisInfo", fileName);
-      return 1;
-    }
+  if (!openCommandOutput(*this, "saveAnalysisInfo", argAt(args, 0), file)) {
+    return 1;
   }
   if (!resultsDir) {
     logMsg(kError, Echo::yes, kMustOpenLower, "saveAnalysisInfo");
