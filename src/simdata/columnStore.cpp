@@ -5,18 +5,21 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <bit>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <new>
 
+#include "simdata/detail/littleEndian.h"
+#include "simdata/mappedFile.h"
 #include "support/parallel.h"
 
 namespace simdata::raw {
 
 namespace {
+
+using simdata::detail::loadDouble;
 
 /// Tile of the transposition: a run of records by a run of columns. Within a tile every
 /// output column receives a run of consecutive values while the tile's slices of the
@@ -26,28 +29,9 @@ constexpr size_t kTileColumns = 256;
 /// Records transposed between two releases of their pages when building in memory.
 constexpr size_t kChunkBytes = size_t{32} << 20;
 
-double loadDouble(const char* bytes) {
-  uint64_t bits;
-  std::memcpy(&bits, bytes, sizeof bits);
-  if constexpr (std::endian::native == std::endian::big) {
-    bits = __builtin_bswap64(bits);
-  }
-  return std::bit_cast<double>(bits);
-}
-
 size_t pageSize() {
   static const size_t size = static_cast<size_t>(sysconf(_SC_PAGESIZE));
   return size;
-}
-
-/// Gives back the pages wholly inside [begin, end) of a read-only file mapping.
-void releasePages(const char* begin, const char* end) {
-  const uintptr_t page = pageSize();
-  const uintptr_t first = (reinterpret_cast<uintptr_t>(begin) + page - 1) & ~(page - 1);
-  const uintptr_t last = reinterpret_cast<uintptr_t>(end) & ~(page - 1);
-  if (last > first) {
-    madvise(reinterpret_cast<void*>(first), last - first, MADV_DONTNEED);
-  }
 }
 
 /// Memory mapped for a large buffer, with large pages asked for, unmapped when it goes.
@@ -187,8 +171,8 @@ void streamColumns(const RecordLayout& records, std::span<const int> columns,
     });
     visit(p0, p1 - p0, values);
     if (releaseRecords) {
-      releasePages(records.base + p0 * records.recordBytes,
-                   records.base + p1 * records.recordBytes);
+      releaseMappedPages(records.base + p0 * records.recordBytes,
+                         records.base + p1 * records.recordBytes);
     }
   }
 }
@@ -261,8 +245,8 @@ bool ColumnStore::buildInMemory(const RecordLayout& records, const ColumnStoreSe
       transpose(records, p0, p1, c0, c1, memory_ + c0 * points_, nan_.data());
     });
     if (settings.releaseRecords) {
-      releasePages(records.base + p0 * records.recordBytes,
-                   records.base + p1 * records.recordBytes);
+      releaseMappedPages(records.base + p0 * records.recordBytes,
+                         records.base + p1 * records.recordBytes);
     }
   }
   return true;
@@ -314,7 +298,7 @@ bool ColumnStore::buildInFile(const RecordLayout& records, const ColumnStoreSett
       offset += written;
     }
     if (settings.releaseRecords) {
-      releasePages(records.base, records.base + points_ * records.recordBytes);
+      releaseMappedPages(records.base, records.base + points_ * records.recordBytes);
     }
   }
   return true;
