@@ -7,24 +7,27 @@
 
 namespace simdata::detail {
 
-/// The float64 stored at `bytes`.
-inline double loadDouble(const char* bytes) {
-  uint64_t bits;
+/// The floating-point value of type Float stored at `bytes` (Bits: the unsigned integer of its
+/// size).
+template <typename Float, typename Bits>
+Float loadLittleEndian(const char* bytes) {
+  static_assert(sizeof(Float) == sizeof(Bits));
+  Bits bits;
   std::memcpy(&bits, bytes, sizeof bits);
   if constexpr (std::endian::native == std::endian::big) {
-    bits = __builtin_bswap64(bits);
+    if constexpr (sizeof bits == 8) {
+      bits = __builtin_bswap64(bits);
+    } else {
+      bits = __builtin_bswap32(bits);
+    }
   }
-  return std::bit_cast<double>(bits);
+  return std::bit_cast<Float>(bits);
 }
 
+/// The float64 stored at `bytes`.
+inline double loadDouble(const char* bytes) { return loadLittleEndian<double, uint64_t>(bytes); }
+
 /// The float32 stored at `bytes`.
-inline float loadFloat(const char* bytes) {
-  uint32_t bits;
-  std::memcpy(&bits, bytes, sizeof bits);
-  if constexpr (std::endian::native == std::endian::big) {
-    bits = __builtin_bswap32(bits);
-  }
-  return std::bit_cast<float>(bits);
-}
+inline float loadFloat(const char* bytes) { return loadLittleEndian<float, uint32_t>(bytes); }
 
 }  // namespace simdata::detail
