@@ -15,24 +15,16 @@ void Parser::run() {
          "not a PSF ASCII file: it does not start with HEADER (found " + describe(first) + ")");
   }
   parseHeader();
-  if (isWord(lexer_.peek(), "TYPE")) {
-    lexer_.next();
-    parseTypes();
-  }
-  if (isWord(lexer_.peek(), "SWEEP")) {
-    lexer_.next();
-    parseSweep();
-  }
-  if (isWord(lexer_.peek(), "TRACE")) {
-    lexer_.next();
-    parseTraces();
-  }
-  if (isWord(lexer_.peek(), "VALUE")) {
-    lexer_.next();
-    if (data_.swept) {
-      parseSweptValues();
-    } else {
-      parseValues();
+  // The sections that may follow, each at most once and in this order.
+  static constexpr std::pair<std::string_view, void (Parser::*)()> kSections[] = {
+      {"TYPE", &Parser::parseTypes},
+      {"SWEEP", &Parser::parseSweep},
+      {"TRACE", &Parser::parseTraces},
+      {"VALUE", &Parser::parseValueSection}};
+  for (const auto& [word, read] : kSections) {
+    if (isWord(lexer_.peek(), word)) {
+      lexer_.next();
+      (this->*read)();
     }
   }
   const Token end = lexer_.next();

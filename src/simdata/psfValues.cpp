@@ -181,6 +181,15 @@ size_t Parser::addUndeclaredTrace(const Token& name) {
   return slots_.size() - 1;
 }
 
+/// VALUE: point by point in a swept file, entry by entry otherwise.
+void Parser::parseValueSection() {
+  if (data_.swept) {
+    parseSweptValues();
+  } else {
+    parseValues();
+  }
+}
+
 void Parser::parseValues() {
   std::vector<double> scalars;
   while (lexer_.peek().kind == TokenKind::kString) {

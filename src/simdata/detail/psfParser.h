@@ -85,6 +85,7 @@ class Parser {
   void parseGroup(const Token& name, Slot& slot);
 
   // psfValues.cpp
+  void parseValueSection();
   void readDatum(const TypeDef& type, size_t& column, std::vector<double>* scalars,
                  std::vector<std::pair<std::string, std::string>>* texts, const std::string& path,
                  int depth);
