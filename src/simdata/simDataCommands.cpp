@@ -31,6 +31,16 @@ bool hasDatasets(const simdata::ResultsDir& dir) {
   return datasets != nullptr && datasets->count() > 0;
 }
 
+/// The signal list of the selected analysis, or null after logging that it cannot be read.
+const simdata::SignalList* signalsOrFail(zeAnalyzeNetlist& session, Echo echo) {
+  const simdata::SignalList* signals = session.analysis->signals();
+  if (signals == nullptr) {
+    session.logMsg(kError, echo, kNoSignals, kProgramName);
+    session.printLastError();
+  }
+  return signals;
+}
+
 /// Opens the output file `fileName` of `command` when the session writes output files (else
 /// leaves `file` closed); false after logging that it cannot be written.
 bool openCommandOutput(zeAnalyzeNetlist& session, const char* command, const char* fileName,
@@ -170,10 +180,8 @@ int zeAnalyzeNetlist::processDisplaySignalCmd(const ArgList* args) {
   if (!analysisSelected()) {
     return 1;
   }
-  const simdata::SignalList* signals = analysis->signals();
+  const simdata::SignalList* signals = signalsOrFail(*this, Echo::no);
   if (signals == nullptr) {
-    logMsg(kError, Echo::no, kNoSignals, kProgramName);
-    printLastError();
     return 1;
   }
   const int count = signals->count();
@@ -269,10 +277,8 @@ int zeAnalyzeNetlist::processCreateNetlistCmd(const ArgList* args) {
   if (!analysisSelected()) {
     return 1;
   }
-  const simdata::SignalList* signals = analysis->signals();
+  const simdata::SignalList* signals = signalsOrFail(*this, Echo::yes);
   if (signals == nullptr) {
-    logMsg(kError, Echo::yes, kNoSignals, kProgramName);
-    printLastError();
     return 1;
   }
   // One instance between each pair of neighbouring signals; signal 0 (the axis) is left out.
