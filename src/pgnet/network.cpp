@@ -304,29 +304,17 @@ bool zeNetwork::identifySegmentAndFindLoop(kraEdge* edge, kraNode* fromNode) {
   // group and is walked on through its other net; one met already marked means a loop. Every
   // branch is walked to the end whatever it finds, so the whole group is collected.
   bool loop = false;
-  std::vector<EdgeFrame>& stack = edgeFrames_;
-  stack.clear();
-  stack.push_back({edge, fromNode, 0});
-  while (!stack.empty()) {
-    EdgeFrame& frame = stack.back();
-    const std::span<kraNode* const> list = frame.edge->nodes();
-    if (frame.next == list.size()) {
-      stack.pop_back();
-      continue;
-    }
-    kraNode* node = list[frame.next++];
-    if (node == frame.from || node->layer != frame.from->layer) {
-      continue;
+  pgnet::detail::walkEdges(edge, fromNode, edgeFrames_, [&](const EdgeFrame& frame, kraNode* node) {
+    if (node->layer != frame.from->layer) {
+      return false;
     }
     if (node->marked) {
       loop = true;
-      continue;
+      return false;
     }
     workingSet.insert(node);
     node->marked = true;
-    if (kraEdge* further = node->otherEdge(frame.edge); further != nullptr) {
-      stack.push_back({further, node, 0});
-    }
-  }
+    return true;
+  });
   return loop;
 }

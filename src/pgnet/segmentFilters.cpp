@@ -30,24 +30,13 @@ void walkSegment(const kraSegment* segment, kraEdge* edge, kraNode* fromNode,
   if (edge == nullptr) {
     return;
   }
-  stack.clear();
-  stack.push_back({edge, fromNode, 0});
-  while (!stack.empty()) {
-    EdgeFrame& frame = stack.back();
-    const std::span<kraNode* const> list = frame.edge->nodes();
-    if (frame.next == list.size()) {
-      stack.pop_back();
-      continue;
-    }
-    kraNode* node = list[frame.next++];
-    if (node == frame.from || node->marked || !segment->contains(node)) {
-      continue;
+  pgnet::detail::walkEdges(edge, fromNode, stack, [&](const EdgeFrame&, kraNode* node) {
+    if (node->marked || !segment->contains(node)) {
+      return false;
     }
     take(node);
-    if (kraEdge* further = node->otherEdge(frame.edge); further != nullptr) {
-      stack.push_back({further, node, 0});
-    }
-  }
+    return true;
+  });
 }
 
 }  // namespace

@@ -5,9 +5,10 @@
 // the recursive definitions while their depth costs heap, not call stack.
 
 #include <cstddef>
+#include <span>
+#include <vector>
 
-class kraEdge;
-class kraNode;
+#include "pgnet/edge.h"
 
 namespace pgnet::detail {
 
@@ -27,5 +28,29 @@ struct PathFrame {
   /// The far end of the best branch so far; the call's own node when no branch was taken.
   kraNode* best;
 };
+
+/// Walks depth first through `edge` from `fromNode`, in the order of the recursive
+/// definition: every node of a net other than the frame's own is offered to `visit(frame,
+/// node)`, and the walk goes on through the other net of each node it accepts.
+template <class Visit>
+void walkEdges(kraEdge* edge, kraNode* fromNode, std::vector<EdgeFrame>& stack, Visit visit) {
+  stack.clear();
+  stack.push_back({edge, fromNode, 0});
+  while (!stack.empty()) {
+    EdgeFrame& frame = stack.back();
+    const std::span<kraNode* const> list = frame.edge->nodes();
+    if (frame.next == list.size()) {
+      stack.pop_back();
+      continue;
+    }
+    kraNode* node = list[frame.next++];
+    if (node == frame.from || !visit(frame, node)) {
+      continue;
+    }
+    if (kraEdge* further = node->otherEdge(frame.edge); further != nullptr) {
+      stack.push_back({further, node, 0});
+    }
+  }
+}
 
 }  // namespace pgnet::detail
