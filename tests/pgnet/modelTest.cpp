@@ -90,28 +90,6 @@ TEST(Network, NameIndexIsByteWiseAndKeepsTheLaterOfTwoNames) {
   EXPECT_EQ(network.createdNodeCount(), 7u);
 }
 
-TEST(Network, ManyNetsAreAllFoundByNameAndKeptInCreationOrder) {
-  zeNetwork network(1.0, false);
-  // Names that share long prefixes and differ only at the end, across several table growths.
-  constexpr int kNets = 20000;
-  auto name = [](int i) { return "VDD/block/net_" + std::to_string(i); };
-  for (int i = 0; i < kNets; ++i) {
-    kraEdge* edge = network.getEdge(name(i));
-    ASSERT_EQ(edge, &network.edges[static_cast<size_t>(i)]);
-  }
-  for (int i = kNets - 1; i >= 0; --i) {
-    kraEdge* edge = network.edges.find(name(i));
-    ASSERT_NE(edge, nullptr) << i;
-    EXPECT_EQ(edge->name, name(i));
-    EXPECT_EQ(network.getEdge(name(i)), edge);
-  }
-  EXPECT_EQ(network.edges.find("VDD/block/net_"), nullptr);
-  EXPECT_EQ(network.edges.find(""), nullptr);
-  EXPECT_EQ(network.edges.size(), static_cast<size_t>(kNets));
-  kraEdge* empty = network.getEdge("");
-  EXPECT_EQ(network.edges.find(""), empty);
-}
-
 TEST(Network, LayerStackIsReadInCompleteTriples) {
   const struct {
     std::vector<std::string> list;
