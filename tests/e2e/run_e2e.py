@@ -18,6 +18,7 @@ A case folder holds:
   expected/stdout  what kra2 prints
   expected/log     the log file (absent when no log is written)
   expected/files/  every other file the run leaves behind
+  expected/status  optional: the exit status expected, when it is not 0
 Volatile fields (elapsed seconds) are normalised; no line is ever dropped. Unexpected files
 fail the case. --bless rewrites expected/ from the actual run (the first variant's; the others
 are compared with it); review every blessed change. Exit status: 1 when a case fails, else
@@ -165,13 +166,13 @@ def check(options, case_dir, name, env_files, blessed):
                                         os.path.abspath(options.tools_dir),
                                         os.path.abspath(options.samples), case_dir, env_files,
                                         work)
+    if code != 0:
+        actual["status"] = b"%d\n" % code  # compared like any output: absent means 0
     if options.bless and not blessed:
         bless(case_dir, actual)
         print(f"blessed {name}")
         return []
     problems = compare(expected_files(case_dir), actual)
-    if code != 0:
-        problems.append(f"exit status {code}")
     if stderr:
         problems.append("stderr:\n" + stderr.decode("utf-8", "replace")[:4000])
     return problems
