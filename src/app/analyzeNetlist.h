@@ -9,6 +9,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "analysis/netlist.h"
@@ -132,8 +133,25 @@ class zeAnalyzeNetlist {
   /// The temperature found by saveTemperature, owned by the interpreter.
   double temperature = 0.0;
 
+  /// Strict mode (-strict): warnings about input otherwise taken in silence, and the nearest
+  /// command after an unknown word. Set before the command file runs.
+  bool strict = false;
+  /// Number of ERROR messages logged, for strict mode's exit status.
+  int errorCount = 0;
+
  private:
   void runCommand(const char* word);
+  // Strict mode's checks around a command (strictChecks.cpp).
+  void warnBeforeCommand(const char* word);
+  void warnAfterCommand(const char* word);
+  void warnUnknownCommand(const char* word);
+  void warnNumberArguments(const char* word);
+  void warnUnreadLastLine(const std::string& path, const char* what);
+  void warnRunWindow();
+  void warnMissingNodes();
+  static std::string_view nearestCommand(std::string_view word);
+  bool loadedBefore_ = false;
+  size_t instancesBefore_ = 0;
   /// Whether results are open and an analysis selected; logs the error that says which is
   /// missing otherwise.
   bool analysisSelected();

@@ -293,11 +293,20 @@ int zeAnalyzeNetlist::processCommandFile() {
 void zeAnalyzeNetlist::runCommand(const char* word) {
   for (const Command& command : kCommands) {
     if (strcasecmp(word, command.word) == 0) {
+      if (strict) {
+        warnBeforeCommand(word);
+      }
       command.run(*this, args_.get(), ignoreSign_);
+      if (strict && strcasecmp(word, "done") != 0) {
+        warnAfterCommand(word);
+      }
       return;
     }
   }
   logMsg(kError, Echo::yes, "Unknown command (%s). The following are legal commands:\n", word);
   logMsg(kPlain, Echo::yes, "\t%s\n\t%s\n\t%s\n\t%s\n\t%s\n\t%s\n", "openSimData", "loadNetlist",
          "selectAnalysis", "run", "saveResult", "done");
+  if (strict) {
+    warnUnknownCommand(word);
+  }
 }

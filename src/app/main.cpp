@@ -1,5 +1,6 @@
 // Process entry: the command line, the -v banner, and the one session of the run.
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -58,6 +59,8 @@ void printHelp() {
       "\nOptions:\n"
       "  -cmd <cmd-file>  the command file (a bare argument names it too)\n"
       "  -log <log-file>  the log file (default kra2.log, overwritten)\n"
+      "  -strict          exit 1 when an ERROR was logged, 2 when the command file cannot be\n"
+      "                   read; warn about input that is otherwise taken in silence\n"
       "  -v               the version banner (alone)\n"
       "  -h, --help       this text (alone)\n"
       "  --version        the version in one line (alone)\n"
@@ -72,16 +75,31 @@ void printHelp() {
   }
 }
 
-void runSession(const char* cmdFileName, const char* logFileName) {
+/// Runs the command file; the exit status is 0 unless strict mode asks for 2 (no readable
+/// command file) or 1 (an ERROR was logged).
+int runSession(const char* cmdFileName, const char* logFileName, bool strict) {
   auto session = std::make_unique<zeAnalyzeNetlist>();
-  if (session->init(cmdFileName, logFileName, false) == 0) {
-    session->processCommandFile();
+  session->strict = strict;
+  if (session->init(cmdFileName, logFileName, false) != 0) {
+    return strict ? 2 : 0;
   }
+  session->processCommandFile();
+  return strict && session->errorCount > 0 ? 1 : 0;
+}
+
+/// Takes -strict out of the arguments wherever it stands; the rest keep their meaning.
+bool takeStrictOption(int& argc, char** argv) {
+  char** kept = std::remove_if(argv + 1, argv + argc,
+                               [](const char* arg) { return std::strcmp(arg, "-strict") == 0; });
+  const bool found = kept != argv + argc;
+  argc = static_cast<int>(kept - argv);
+  return found;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+  const bool strict = takeStrictOption(argc, argv);
   if (argc == 1) {
     printUsage();
     return 0;
@@ -124,10 +142,10 @@ int main(int argc, char** argv) {
     std::printf("%s\n", text != nullptr ? text : "");
   }
   try {
-    runSession(cmdFileName, logFileName);
+    return runSession(cmdFileName, logFileName, strict);
   } catch (const std::exception& error) {
     std::printf("%s: %s\n", "kra2", error.what());
   } catch (...) {
   }
-  return 0;
+  return strict ? 1 : 0;
 }

@@ -80,6 +80,9 @@ void zeAnalyzeNetlist::out_log(int severity, const char* text, Echo echo) {
   if (text == nullptr) {
     return;
   }
+  if (severity == kError) {
+    ++errorCount;
+  }
   const char* prefix = severityPrefix(severity);
   if (logFile) {
     std::fputs(prefix, logFile.get());

@@ -8,7 +8,7 @@ import sys
 
 def table_commands(kra2):
     text = subprocess.run([kra2, "--help"], check=True, capture_output=True, text=True).stdout
-    lines = text.splitlines()
+    lines = text.split("\nCommands", 1)[1].splitlines()
     return [re.match(r"  (\S+)", line).group(1) for line, after in zip(lines, lines[1:])
             if re.match(r"  \S", line) and after.startswith("      ")]
 
