@@ -36,8 +36,7 @@ set(CPACK_PACKAGE_CONTACT "kra2 developers <kra2@example.org>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY
     "electromigration and IR-drop checks of power grids after simulation")
 set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
-    "electromigration and IR-drop checks of power grids after simulation
-kra2 is a batch engine driven by a command file. It opens circuit-simulation
+    "kra2 is a batch engine driven by a command file. It opens circuit-simulation
 results, computes the peak, average, RMS and related values of the current or
 voltage difference of every resistor of an instance netlist over a time
 window, and writes them as a tab-separated result file. It also lists and
