@@ -46,6 +46,11 @@ void fuzzPsfFile(std::string_view input) {
   std::string error;
   if (!simdata::psf::parsePsf(input, "input.psf", parsed, error)) {
     expect(error.starts_with("input.psf: line "), "a PSF error names the file and line");
+  } else if (parsed.swept) {
+    for (const simdata::psf::Quantity& quantity : parsed.quantities) {
+      expect(parsed.columns.at(quantity.column).size() == parsed.sweepValues.size(),
+             "every column of a swept file has one value per sweep point");
+    }
   }
   simdata::psf::startsLikePsfAscii(input);
 }
