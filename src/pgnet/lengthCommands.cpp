@@ -4,6 +4,7 @@
 #include <fstream>
 #include <locale>
 #include <sstream>
+#include <string>
 
 #include "app/analyzeNetlist.h"
 #include "app/outputFile.h"
@@ -17,6 +18,35 @@ constexpr const char* kOpenForReading = "%s: Unable to open file %s for reading,
 constexpr const char* kOpenForWriting = "%s: Unable to open file %s for writing, in command %s.\n";
 
 bool noArguments(const ArgList* args) { return args == nullptr || args->empty(); }
+
+/// The two files of a network command and the command each message names.
+struct NetworkFiles {
+  const std::string& inputPath;
+  const char* inputCommand;
+  const std::string& outputPath;
+  const char* outputCommand;
+};
+
+/// Opens a network command's input and output (never over a results file the process has
+/// mapped); false, with the error logged, when either cannot be opened.
+bool openNetworkFiles(zeAnalyzeNetlist& session, const NetworkFiles& files, std::ifstream& input,
+                      std::ofstream& output) {
+  input.open(files.inputPath, std::ios::in | std::ios::binary);
+  if (!input.is_open()) {
+    session.logMsg(kError, Echo::yes, kOpenForReading, kProgramName, files.inputPath.c_str(),
+                   files.inputCommand);
+    return false;
+  }
+  if (mayOverwrite(files.outputPath.c_str())) {
+    output.open(files.outputPath, std::ios::out | std::ios::trunc | std::ios::binary);
+  }
+  if (!output.is_open()) {
+    session.logMsg(kError, Echo::yes, kOpenForWriting, kProgramName, files.outputPath.c_str(),
+                   files.outputCommand);
+    return false;
+  }
+  return true;
+}
 
 }  // namespace
 
@@ -111,20 +141,13 @@ int zeAnalyzeNetlist::processCadGridCmd(const ArgList* args) {
 }
 
 int zeAnalyzeNetlist::processCalculateLengthCmd() {
-  std::ifstream input(lengthDataInputFile, std::ios::in | std::ios::binary);
-  if (!input.is_open()) {
-    // Names the output command; that is its established wording.
-    logMsg(kError, Echo::yes, kOpenForReading, kProgramName, lengthDataInputFile.c_str(),
-           "lengthDataOutput");
-    return 1;
-  }
+  std::ifstream input;
   std::ofstream output;
-  if (mayOverwrite(lengthDataOutputFile.c_str())) {
-    output.open(lengthDataOutputFile, std::ios::out | std::ios::trunc | std::ios::binary);
-  }
-  if (!output.is_open()) {
-    logMsg(kError, Echo::yes, kOpenForWriting, kProgramName, lengthDataOutputFile.c_str(),
-           "lengthDataOutput");
+  // The input's message names the output command too; that is its established wording.
+  if (!openNetworkFiles(
+          *this,
+          {lengthDataInputFile, "lengthDataOutput", lengthDataOutputFile, "lengthDataOutput"},
+          input, output)) {
     return 1;
   }
   zeNetwork network;
@@ -140,19 +163,12 @@ int zeAnalyzeNetlist::processCalculateLengthCmd() {
 }
 
 int zeAnalyzeNetlist::processPowerGridAnalysis(kraDBNetwork* dbNetwork) {
-  std::ifstream input(powerGridRulesInputFile, std::ios::in | std::ios::binary);
-  if (!input.is_open()) {
-    logMsg(kError, Echo::yes, kOpenForReading, kProgramName, powerGridRulesInputFile.c_str(),
-           "powerGridRulesInput");
-    return 1;
-  }
+  std::ifstream input;
   std::ofstream output;
-  if (mayOverwrite(powerGridRulesOutputFile.c_str())) {
-    output.open(powerGridRulesOutputFile, std::ios::out | std::ios::trunc | std::ios::binary);
-  }
-  if (!output.is_open()) {
-    logMsg(kError, Echo::yes, kOpenForWriting, kProgramName, powerGridRulesOutputFile.c_str(),
-           "powerGridRulesOutput");
+  if (!openNetworkFiles(*this,
+                        {powerGridRulesInputFile, "powerGridRulesInput", powerGridRulesOutputFile,
+                         "powerGridRulesOutput"},
+                        input, output)) {
     return 1;
   }
   zeNetwork network;
