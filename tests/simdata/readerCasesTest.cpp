@@ -13,6 +13,7 @@
 #include <cctype>
 #include <cstdlib>
 #include <filesystem>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -34,6 +35,9 @@ struct ReaderCase {
   fs::path dir;
   bool fromSamples = false;
 };
+
+// CTest lists every case under its folder's name rather than the bytes of this struct.
+void PrintTo(const ReaderCase& c, std::ostream* out) { *out << c.dir.string(); }
 
 std::vector<ReaderCase> listCases() {
   std::vector<ReaderCase> cases;
