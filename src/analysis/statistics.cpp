@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "analysis/detail/mergedWalk.h"
 #include "analysis/detail/statisticsParts.h"
 #include "analysis/detail/statisticsPaths.h"
 
@@ -11,24 +12,18 @@ namespace analysis {
 using detail::applyRecovery;
 using detail::AreaSums;
 using detail::directionFor;
+using detail::halfPeakDutyOneWaveform;
+using detail::MergedPoint;
 using detail::PeakTracker;
 using detail::PlainLoopState;
+using detail::sharesAxis;
 using detail::ThresholdPulses;
 using detail::Thresholds;
 using detail::thresholdsFor;
+using detail::walkTwoWaveforms;
 using detail::withModes;
 
 namespace {
-
-/// Time at which the magnitude crosses `level` between the previous point and this one; the
-/// point's own time when the magnitude did not change.
-double crossingTime(double prevTime, double prevMagnitude, double time, double magnitude,
-                    double level) {
-  if (magnitude == prevMagnitude) {
-    return time;
-  }
-  return prevTime + (time - prevTime) * (level - prevMagnitude) / (magnitude - prevMagnitude);
-}
 
 /// measureOneWaveform's loop without duration or AC threshold pulses, for 0 <= start < n
 /// and an axis of at least n samples (so no read falls outside the vectors).
@@ -109,180 +104,34 @@ double sharedAxisPlainWalk(const double* x, const double* y1, const double* y2, 
   return lastTime;
 }
 
-/// A point of the merged time axis of two waveforms.
-struct MergedPoint {
-  double t = 0.0;
-  double a = 0.0;
-  double b = 0.0;
-};
-
-/// Walks the union of two time axes with two cursors, interpolating the waveform that has no
-/// sample at a time linearly from the current point.
-class MergedWalk {
- public:
-  MergedWalk(Samples x1, Samples x2, Samples y1, Samples y2)
-      : x1_(x1), x2_(x2), y1_(y1), y2_(y2), len1_(y1.size()), len2_(y2.size()) {}
-
-  MergedPoint first() const { return {x1_[0], y1_[0], y2_[0]}; }
-
-  /// The point after `current`, or false when both waveforms are exhausted.
-  bool next(const MergedPoint& current, MergedPoint& next) {
-    if (i_ < len1_ && j_ < len2_) {
-      const double t1 = x1_[i_];
-      const double t2 = x2_[j_];
-      if (t1 < t2) {
-        next.t = t1;
-        next.a = y1_[i_];
-        next.b = current.b + (y2_[j_] - current.b) / (t2 - current.t) * (t1 - current.t);
-        ++i_;
-      } else if (t1 == t2) {
-        next.t = t1;
-        next.a = y1_[i_];
-        next.b = y2_[j_];
-        ++i_;
-        ++j_;
-      } else {
-        next.t = t2;
-        next.b = y2_[j_];
-        next.a = current.a + (y1_[i_] - current.a) / (t1 - current.t) * (t2 - current.t);
-        ++j_;
-      }
-      return true;
-    }
-    if (i_ < len1_) {
-      next.t = x1_[i_];
-      next.a = y1_[i_];
-      next.b = current.b;
-      ++i_;
-      return true;
-    }
-    if (j_ < len2_) {
-      next.t = x2_[j_];
-      next.b = y2_[j_];
-      next.a = current.a;
-      ++j_;
-      return true;
-    }
-    return false;
-  }
-
- private:
-  Samples x1_, x2_, y1_, y2_;
-  int len1_, len2_;
-  int i_ = 1;
-  int j_ = 1;
-};
-
-/// The same walk when both waveforms share one time axis and one length: every point is a
-/// sample of both, so no interpolation happens and the result is the same bit for bit.
-class SharedAxisWalk {
- public:
-  SharedAxisWalk(Samples x, Samples y1, Samples y2) : x_(x), y1_(y1), y2_(y2), len_(y1.size()) {}
-
-  MergedPoint first() const { return {x_[0], y1_[0], y2_[0]}; }
-
-  bool next(const MergedPoint&, MergedPoint& next) {
-    if (i_ >= len_) {
-      return false;
-    }
-    // i_ < len_, the common length of both value vectors; only the axis may be shorter.
-    next.t = x_[i_];
-    next.a = y1_.data()[i_];
-    next.b = y2_.data()[i_];
-    ++i_;
-    return true;
-  }
-
- private:
-  Samples x_, y1_, y2_;
-  int len_;
-  int i_ = 1;
-};
-
-bool sharesAxis(Samples x1, Samples x2, Samples y1, Samples y2) {
-  return x1.data() == x2.data() && x1.size() == x2.size() && y1.size() == y2.size();
+/// Copies the sums to the record; returns the direction the sign of their average gives.
+int storeSums(const InstanceTraits& instance, const AreaSums& sums, voltageData& out) {
+  const double signedAvg = sums.avg;
+  const int direction = directionFor(instance, signedAvg);
+  out.avg = std::fabs(signedAvg);
+  out.rawAvg = sums.rawAvg;
+  out.avgPositive = sums.avgPositive;
+  out.avgNegative = sums.avgNegative;
+  out.rms = sums.rms;
+  out.absAvg = sums.absAvg;
+  return direction;
 }
 
-/// Visits the steps of the merged axis inside the time window: `visit(from, to)` for every
-/// step whose left end is not before the start time, stopping after the step whose right
-/// end passes the stop time. Returns the last time reached; `windowStart` receives the left
-/// end of the first visited step.
-template <typename Walk, typename Visit>
-double walkWindow(Walk walk, const StatisticsSettings& settings, double& windowStart,
-                  bool& visitedAny, Visit visit) {
-  MergedPoint current = walk.first();
-  MergedPoint next;
-  double lastTime = current.t;
-  while (walk.next(current, next)) {
-    if (!(current.t < settings.startTime)) {
-      if (!visitedAny) {
-        windowStart = current.t;
-        visitedAny = true;
-      }
-      visit(current, next);
-    }
-    lastTime = next.t;
-    if (next.t > settings.stopTime) {
-      break;
-    }
-    current = next;
+/// Turns the integrals in the record into averages over `span` (> 0), each polarity average
+/// over the time of its polarity, and the mean square into its root.
+void normalise(const AreaSums& sums, double span, voltageData& out) {
+  if (sums.positiveTime != 0) {
+    out.avgPositive /= sums.positiveTime;
   }
-  return lastTime;
-}
-
-template <typename Visit>
-double walkTwoWaveforms(Samples x1, Samples x2, Samples y1, Samples y2,
-                        const StatisticsSettings& settings, double& windowStart, bool& visitedAny,
-                        Visit visit) {
-  if (sharesAxis(x1, x2, y1, y2)) {
-    return walkWindow(SharedAxisWalk(x1, y1, y2), settings, windowStart, visitedAny, visit);
+  if (sums.negativeTime != 0) {
+    out.avgNegative /= sums.negativeTime;
   }
-  return walkWindow(MergedWalk(x1, x2, y1, y2), settings, windowStart, visitedAny, visit);
-}
-
-/// Half-peak pulses of one waveform's raw magnitude over [start, stop] (no overrun here).
-void halfPeakDutyOneWaveform(const StatisticsSettings& settings, int start, int stop, Samples x,
-                             Samples y, double peakTime, double& dutySum, voltageData& out) {
-  const double half = out.peak * 0.5;
-  const int n = y.size();
-  bool open = false;
-  double rise = 0.0;
-  double maxMagnitude = 0.0;
-  double maxTime = 0.0;
-  auto close = [&](double fall) {
-    const double width = fall - rise;
-    dutySum += width;
-    if (rise <= peakTime && peakTime <= fall) {
-      out.pulseWidth = width;
-    }
-    recordAcPulse(settings, out.acPulses, {rise, fall, maxMagnitude, maxTime, width});
-    open = false;
-  };
-  for (int i = start; i < n && i <= stop; ++i) {
-    // The raw sample, without the reference: deliberate.
-    const double magnitude = std::fabs(y[i]);
-    const double time = x[i];
-    const double prevMagnitude = i == start ? magnitude : std::fabs(y[i - 1]);
-    const double prevTime = i == start ? time : x[i - 1];
-    if (!open) {
-      if (magnitude >= half) {
-        open = true;
-        rise = crossingTime(prevTime, prevMagnitude, time, magnitude, half);
-        maxMagnitude = magnitude;
-        maxTime = time;
-      }
-    } else {
-      if (magnitude > maxMagnitude) {
-        maxMagnitude = magnitude;
-        maxTime = time;
-      }
-      if (magnitude < half) {
-        close(crossingTime(prevTime, prevMagnitude, time, magnitude, half));
-      }
-    }
-  }
-  if (open) {
-    close(x[stop]);
+  out.avg /= span;
+  out.rawAvg /= span;
+  out.rms /= span;
+  out.absAvg /= span;
+  if (out.rms > 0) {
+    out.rms = std::sqrt(out.rms);
   }
 }
 
@@ -375,33 +224,14 @@ int detail::finishOneWaveform(const StatisticsSettings& settings, const Instance
     }
   }
 
-  const double signedAvg = sums.avg;
-  const int direction = directionFor(instance, signedAvg);
-  out.avg = std::fabs(signedAvg);
-  out.rawAvg = sums.rawAvg;
-  out.avgPositive = sums.avgPositive;
-  out.avgNegative = sums.avgNegative;
-  out.rms = sums.rms;
-  out.absAvg = sums.absAvg;
+  const int direction = storeSums(instance, sums, out);
   applyRecovery(settings, instance.recoveryFactor, sums, out);
   out.peakTime = peak.peakTime();
 
   if (x.present()) {
     const double span = x[stop] - x[start];
     if (span > 0) {
-      if (sums.positiveTime != 0) {
-        out.avgPositive /= sums.positiveTime;
-      }
-      if (sums.negativeTime != 0) {
-        out.avgNegative /= sums.negativeTime;
-      }
-      out.avg /= span;
-      out.rawAvg /= span;
-      out.rms /= span;
-      out.absAvg /= span;
-      if (out.rms > 0) {
-        out.rms = std::sqrt(out.rms);
-      }
+      normalise(sums, span, out);
       out.dutyRatio = dutySum < 0 ? 1.0 : dutySum / span;
     }
   }
@@ -452,6 +282,8 @@ int detail::finishTwoWaveforms(const StatisticsSettings& settings, const Instanc
   peak.store(out);
 
   sums.absAvg = std::fabs(sums.absAvg);
+  sums.avgNegative = std::fabs(sums.avgNegative);
+  sums.rms = std::fabs(sums.rms);
   out.absAvg = sums.absAvg;
   double dutySum = 0.0;
   if (!settings.acAnalysis || out.peak <= 0) {
@@ -465,95 +297,19 @@ int detail::finishTwoWaveforms(const StatisticsSettings& settings, const Instanc
                              out);
   }
 
-  const double signedAvg = sums.avg;
-  const int direction = directionFor(instance, signedAvg);
-  out.avg = std::fabs(signedAvg);
-  out.rawAvg = sums.rawAvg;
-  out.avgPositive = sums.avgPositive;
-  out.avgNegative = std::fabs(sums.avgNegative);
-  out.rms = std::fabs(sums.rms);
+  const int direction = storeSums(instance, sums, out);
   out.peakTime = peak.peakTime();
   // This measure rounds the instance's factor to single precision first.
   applyRecovery(settings, static_cast<float>(instance.recoveryFactor), sums, out);
 
   const double span = lastTime - windowStart;
   if (span > 0) {
-    if (sums.positiveTime != 0) {
-      out.avgPositive /= sums.positiveTime;
-    }
-    if (sums.negativeTime != 0) {
-      out.avgNegative /= sums.negativeTime;
-    }
-    out.avg /= span;
-    out.rawAvg /= span;
-    out.absAvg /= span;
-    const double meanSquare = out.rms / span;
-    out.rms = meanSquare > 0 ? std::sqrt(meanSquare) : meanSquare;
+    normalise(sums, span, out);
     if (dutySum >= 0) {
       out.dutyRatio = dutySum / span;
     }
   }
   return direction;
-}
-
-void halfPeakDutyTwoWaveforms(const StatisticsSettings& settings, Samples x1, Samples x2,
-                              Samples y1, Samples y2, double& dutySum, double peakTime,
-                              double& pulseWidth, voltageData& out) {
-  if (!y1.present() || !y2.present()) {
-    return;
-  }
-  const double half = out.peak * 0.5;
-  bool open = false;
-  double rise = 0.0;
-  double maxMagnitude = 0.0;
-  double maxTime = 0.0;
-  double prevMagnitude = 0.0;
-  double prevTime = 0.0;
-  bool firstPoint = true;
-  double windowStart = 0.0;
-  bool visitedAny = false;
-  const double lastTime = walkTwoWaveforms(
-      x1, x2, y1, y2, settings, windowStart, visitedAny,
-      [&](const MergedPoint& point, const MergedPoint&) {
-        const double magnitude = std::fabs(point.a - point.b);
-        if (firstPoint) {
-          // The first point of the window is its own predecessor.
-          firstPoint = false;
-          prevMagnitude = magnitude;
-          prevTime = point.t;
-        }
-        if (!open) {
-          if (magnitude >= half) {
-            open = true;
-            rise = crossingTime(prevTime, prevMagnitude, point.t, magnitude, half);
-            maxMagnitude = magnitude;
-            maxTime = point.t;
-          }
-        } else {
-          if (magnitude > maxMagnitude) {
-            maxMagnitude = magnitude;
-            maxTime = point.t;
-          }
-          if (magnitude < half) {
-            const double fall = crossingTime(prevTime, prevMagnitude, point.t, magnitude, half);
-            const double width = fall - rise;
-            dutySum += width;
-            // Tested against the closing point's own time, not the interpolated fall.
-            if (rise <= peakTime && peakTime <= point.t) {
-              pulseWidth = width;
-            }
-            recordAcPulse(settings, out.acPulses, {rise, fall, maxMagnitude, maxTime, width});
-            open = false;
-          }
-        }
-        prevMagnitude = magnitude;
-        prevTime = point.t;
-      });
-  if (open) {
-    const double width = lastTime - rise;
-    dutySum += width;
-    recordAcPulse(settings, out.acPulses, {rise, lastTime, maxMagnitude, maxTime, width});
-  }
 }
 
 }  // namespace analysis

@@ -8,20 +8,20 @@ namespace analysis::detail {
 
 StatisticsSettings settingsOf(const zeAnalyzeNetlist& session, int ignoreSign) {
   const ProcessSettings& process = processSettings();
-  StatisticsSettings settings;
-  settings.durationTime = session.durationTime;
-  settings.startTime = session.startTime;
-  settings.stopTime = session.stopTime;
-  settings.ignoreSign = ignoreSign;
-  settings.acAnalysis = process.ACAnalysis;
-  settings.acPeakMethod =
-      session.useOldACPeakMethod ? AcPeakMethod::kHalfPeakPulses : AcPeakMethod::kAreaOverPeak;
-  settings.recoveryFactor = process.recoveryFactor;
-  settings.emRecoveryFactorGiven = process.emRecoveryFactorGiven;
-  settings.emRecoveryFactor = process.emRecoveryFactor;
-  settings.acPulseThreshold = session.acPulseThreshold;
-  settings.collectAcPulses = session.collectAcPulses;
-  return settings;
+  return {
+      .durationTime = session.durationTime,
+      .startTime = session.startTime,
+      .stopTime = session.stopTime,
+      .ignoreSign = ignoreSign,
+      .acAnalysis = process.ACAnalysis,
+      .acPeakMethod =
+          session.useOldACPeakMethod ? AcPeakMethod::kHalfPeakPulses : AcPeakMethod::kAreaOverPeak,
+      .recoveryFactor = process.recoveryFactor,
+      .emRecoveryFactorGiven = process.emRecoveryFactorGiven,
+      .emRecoveryFactor = process.emRecoveryFactor,
+      .acPulseThreshold = session.acPulseThreshold,
+      .collectAcPulses = session.collectAcPulses,
+  };
 }
 
 }  // namespace analysis::detail

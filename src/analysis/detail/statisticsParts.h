@@ -31,6 +31,28 @@ inline Thresholds thresholdsFor(const StatisticsSettings& settings,
   return thresholds;
 }
 
+/// A pulse being measured: whether it is open, when it began, and its largest magnitude so far
+/// with the time of its first occurrence.
+struct OpenPulse {
+  void begin(double startTime, double magnitude, double time) {
+    open = true;
+    start = startTime;
+    maxMagnitude = magnitude;
+    maxTime = time;
+  }
+  void observe(double magnitude, double time) {
+    if (magnitude > maxMagnitude) {
+      maxMagnitude = magnitude;
+      maxTime = time;
+    }
+  }
+
+  bool open = false;
+  double start = 0.0;
+  double maxMagnitude = 0.0;
+  double maxTime = 0.0;
+};
+
 /// The peak rules: the plain rule (ties go to the later sample) or, with a duration time,
 /// pulses above the threshold that must outlast the duration to hold the peak.
 class PeakTracker {
@@ -49,20 +71,16 @@ class PeakTracker {
       return;
     }
     if (magnitude > threshold_) {
-      if (!open_) {
-        open_ = true;
-        pulseStart_ = time;
-        pulseMax_ = magnitude;
-        pulseMaxTime_ = time;
-      } else if (magnitude > pulseMax_) {
-        pulseMax_ = magnitude;
-        pulseMaxTime_ = time;
+      if (!pulse_.open) {
+        pulse_.begin(time, magnitude, time);
+      } else {
+        pulse_.observe(magnitude, time);
       }
-    } else if (open_) {
-      open_ = false;
-      if (time - pulseStart_ > duration_ && pulseMax_ >= peak_) {
-        peak_ = pulseMax_;
-        peakTime_ = pulseMaxTime_;
+    } else if (pulse_.open) {
+      pulse_.open = false;
+      if (time - pulse_.start > duration_ && pulse_.maxMagnitude >= peak_) {
+        peak_ = pulse_.maxMagnitude;
+        peakTime_ = pulse_.maxTime;
         // The raw value of the closing sample, not of the maximum: intended.
         peakValue_ = raw;
       }
@@ -105,10 +123,7 @@ class PeakTracker {
   double peak_;
   double peakValue_;
   double peakTime_ = 0.0;
-  bool open_ = false;
-  double pulseStart_ = 0.0;
-  double pulseMax_ = 0.0;
-  double pulseMaxTime_ = 0.0;
+  OpenPulse pulse_;  // a duration pulse
 };
 
 /// Polarity averages accumulated, from the ignore setting: both for 2, the positive one for
@@ -154,6 +169,15 @@ struct AreaSums {
     } else {
       negativeArea += area;
     }
+    addPolarityAverages<kSplit>(mid, area, dt);
+    rms += dt * (d * d + dNext * dNext) / 2;
+    absAvg += dt * (std::fabs(d) + std::fabs(dNext)) / 2;
+  }
+
+  /// The polarity averages of one step of midpoint `mid`, those the ignore setting
+  /// accumulates. A NaN midpoint is neither positive nor negative.
+  template <int kSplit>
+  void addPolarityAverages(double mid, double area, double dt) {
     if constexpr ((kSplit & kSplitPositive) != 0) {
       if (mid >= 0) {
         avgPositive += area;
@@ -166,8 +190,6 @@ struct AreaSums {
         negativeTime += dt;
       }
     }
-    rms += dt * (d * d + dNext * dNext) / 2;
-    absAvg += dt * (std::fabs(d) + std::fabs(dNext)) / 2;
   }
 
   double avg;
@@ -187,33 +209,15 @@ struct AreaSums {
 /// Every step does the same operations in the same order as PeakTracker::observe<false> and
 /// AreaSums::step, so the results are the same to the last bit. A step's right-hand
 /// difference, magnitude and square are kept as the next step's left-hand ones: the same
-/// operands give the same bits.
-struct PlainLoopState {
+/// operands give the same bits. The sums are AreaSums' own fields; `step` here replaces
+/// AreaSums::step for these loops.
+struct PlainLoopState : AreaSums {
   PlainLoopState(const PeakTracker& peak, const AreaSums& sums)
-      : plain(peak.plainState()),
-        avg(sums.avg),
-        rawAvg(sums.rawAvg),
-        avgPositive(sums.avgPositive),
-        avgNegative(sums.avgNegative),
-        rms(sums.rms),
-        absAvg(sums.absAvg),
-        positiveArea(sums.positiveArea),
-        negativeArea(sums.negativeArea),
-        positiveTime(sums.positiveTime),
-        negativeTime(sums.negativeTime) {}
+      : AreaSums(sums), plain(peak.plainState()) {}
 
   void storeInto(PeakTracker& peak, AreaSums& sums) const {
     peak.setPlainState(plain);
-    sums.avg = avg;
-    sums.rawAvg = rawAvg;
-    sums.avgPositive = avgPositive;
-    sums.avgNegative = avgNegative;
-    sums.rms = rms;
-    sums.absAvg = absAvg;
-    sums.positiveArea = positiveArea;
-    sums.negativeArea = negativeArea;
-    sums.positiveTime = positiveTime;
-    sums.negativeTime = negativeTime;
+    sums = *this;
   }
 
   void observe(double magnitude, double raw, double time) {
@@ -240,34 +244,12 @@ struct PlainLoopState {
     const uint64_t positiveMask = uint64_t{0} - static_cast<uint64_t>(positive);
     positiveArea += std::bit_cast<double>(areaBits & positiveMask);
     negativeArea += std::bit_cast<double>(areaBits & ~positiveMask);
-    if constexpr ((kSplit & kSplitPositive) != 0) {
-      if (positive) {
-        avgPositive += area;
-        positiveTime += dt;
-      }
-    }
-    if constexpr ((kSplit & kSplitNegative) != 0) {
-      // Not "!positive": a NaN midpoint is neither.
-      if (mid < 0) {
-        avgNegative += area;
-        negativeTime += dt;
-      }
-    }
+    addPolarityAverages<kSplit>(mid, area, dt);
     rms += dt * (squareD + squareNext) / 2;
     absAvg += dt * (absD + absNext) / 2;
   }
 
   PeakTracker::Plain plain;
-  double avg;
-  double rawAvg;
-  double avgPositive;
-  double avgNegative;
-  double rms;
-  double absAvg;
-  double positiveArea;
-  double negativeArea;
-  double positiveTime;
-  double negativeTime;
 };
 
 /// AC threshold pulses: runs of steps whose left magnitude is at least the threshold.
@@ -284,15 +266,11 @@ class ThresholdPulses {
     }
     const double magnitude = std::fabs(d);
     if (magnitude >= threshold_) {
-      if (!open_) {
-        open_ = true;
-        start_ = t;
+      if (!pulse_.open) {
+        pulse_.begin(t, magnitude, t);
         integral_ = 0.0;
-        max_ = magnitude;
-        maxTime_ = t;
-      } else if (magnitude > max_) {
-        max_ = magnitude;
-        maxTime_ = t;
+      } else {
+        pulse_.observe(magnitude, t);
       }
       integral_ += (tNext - t) * (d * d + dNext * dNext) / 2;
       end_ = tNext;
@@ -302,24 +280,22 @@ class ThresholdPulses {
   }
 
   void flush() {
-    if (!open_) {
+    if (!pulse_.open) {
       return;
     }
-    open_ = false;
-    const double shape = max_ != 0.0 ? integral_ / (max_ * max_) : 0.0;
-    recordAcPulse(settings_, list_, {start_, end_, max_, maxTime_, shape});
+    pulse_.open = false;
+    const double max = pulse_.maxMagnitude;
+    const double shape = max != 0.0 ? integral_ / (max * max) : 0.0;
+    recordAcPulse(settings_, list_, {pulse_.start, end_, max, pulse_.maxTime, shape});
   }
 
  private:
   const StatisticsSettings& settings_;
   double threshold_;
   PwcAcEDataList* list_;
-  bool open_ = false;
-  double start_ = 0.0;
+  OpenPulse pulse_;
   double end_ = 0.0;
   double integral_ = 0.0;
-  double max_ = 0.0;
-  double maxTime_ = 0.0;
 };
 
 /// Calls `run.template operator()<kDuration, kAcPulses, kSplit>()` with the modes of the
@@ -393,6 +369,12 @@ inline void applyRecovery(const StatisticsSettings& settings, double instanceFac
 int finishOneWaveform(const StatisticsSettings& settings, const InstanceTraits& instance,
                       bool measured, IndexRange range, Samples x, Samples y, PeakTracker& peak,
                       AreaSums& sums, ThresholdPulses& acPulses, voltageData& out);
+
+/// The half-peak pulse measure of one waveform's raw magnitude over [start, stop] (no
+/// overrun here): adds pulse widths to `dutySum` and sets out.pulseWidth to the width of the
+/// pulse around `peakTime`.
+void halfPeakDutyOneWaveform(const StatisticsSettings& settings, int start, int stop, Samples x,
+                             Samples y, double peakTime, double& dutySum, voltageData& out);
 
 /// The end of a two-waveform measure once its walk has run (after the AC threshold pulses
 /// were flushed): stores the peak, measures the AC pulses, sets the direction and
