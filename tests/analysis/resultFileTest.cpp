@@ -16,26 +16,12 @@
 #include "simdata/memoryResults.h"
 #include "support/caseTable.h"
 #include "support/testFiles.h"
+#include "support/voltageFields.h"
 
 namespace {
 
 using testing_support::TableCase;
-
-const std::map<std::string, double voltageData::*>& fieldsByName() {
-  static const std::map<std::string, double voltageData::*> fields = {
-      {"peak", &voltageData::peak},
-      {"avg", &voltageData::avg},
-      {"rms", &voltageData::rms},
-      {"peakTime", &voltageData::peakTime},
-      {"dutyRatio", &voltageData::dutyRatio},
-      {"absAvg", &voltageData::absAvg},
-      {"avgPositive", &voltageData::avgPositive},
-      {"avgNegative", &voltageData::avgNegative},
-      {"pulseWidth", &voltageData::pulseWidth},
-      {"peakValue", &voltageData::peakValue},
-      {"rawAvg", &voltageData::rawAvg}};
-  return fields;
-}
+using testing_support::voltageFields;
 
 TEST(ResultLine, HandWorkedLines) {
   for (const TableCase& c : testing_support::readCaseTable("analysis/result_lines.txt")) {
@@ -46,8 +32,8 @@ TEST(ResultLine, HandWorkedLines) {
     instance.node1 = c.words("names")[1];
     instance.node2 = c.words("names")[2];
     for (const auto& [name, value] : c.named("set")) {
-      ASSERT_TRUE(fieldsByName().count(name)) << name;
-      instance.data.*fieldsByName().at(name) = value;
+      ASSERT_TRUE(voltageFields().count(name)) << name;
+      instance.data.*voltageFields().at(name) = value;
     }
     instance.direction = static_cast<int>(c.number("direction", -1));
     instance.valid = !c.has("invalid");
@@ -68,7 +54,7 @@ TEST(ResultFile, MatchesPrintfForManyLinesAcrossBufferFlushes) {
     instance.node1 = "n" + std::to_string(i % 97);
     instance.node2 = i % 5 == 0 ? "0" : "m" + std::to_string(i);
     voltageData& d = instance.data;
-    for (const auto& [name, field] : fieldsByName()) {
+    for (const auto& [name, field] : voltageFields()) {
       // Any bit pattern (NaN and infinities included), or a number of ordinary size.
       const uint64_t bits = random();
       d.*field = i % 2 == 0 ? std::ldexp(static_cast<double>(bits >> 12),

@@ -9,6 +9,7 @@
 
 #include "analysis/statistics.h"
 #include "support/caseTable.h"
+#include "support/voltageFields.h"
 
 namespace analysis {
 namespace {
@@ -62,20 +63,9 @@ InstanceTraits instanceOf(const TableCase& c) {
 }
 
 double voltageData::*field(const std::string& name) {
-  static const std::map<std::string, double voltageData::*> kFields = {
-      {"peak", &voltageData::peak},
-      {"peakValue", &voltageData::peakValue},
-      {"avg", &voltageData::avg},
-      {"rawAvg", &voltageData::rawAvg},
-      {"rms", &voltageData::rms},
-      {"avgPositive", &voltageData::avgPositive},
-      {"absAvg", &voltageData::absAvg},
-      {"avgNegative", &voltageData::avgNegative},
-      {"peakTime", &voltageData::peakTime},
-      {"dutyRatio", &voltageData::dutyRatio},
-      {"pulseWidth", &voltageData::pulseWidth}};
-  EXPECT_TRUE(kFields.count(name)) << name;
-  return kFields.count(name) ? kFields.at(name) : &voltageData::peak;
+  EXPECT_TRUE(testing_support::voltageFields().count(name)) << name;
+  return testing_support::voltageFields().count(name) ? testing_support::voltageFields().at(name)
+                                                      : &voltageData::peak;
 }
 
 /// The key's numbers, or absent values when the case says "absent".

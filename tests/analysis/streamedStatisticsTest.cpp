@@ -14,6 +14,7 @@
 
 #include "analysis/detail/statisticsPaths.h"
 #include "analysis/streamedStatistics.h"
+#include "support/voltageFields.h"
 
 namespace {
 
@@ -30,23 +31,10 @@ using analysis::detail::KernelPath;
 /// zero included); an empty text when they agree.
 std::string differences(const voltageData& a, int directionA, const voltageData& b,
                         int directionB) {
-  const std::pair<const char*, double voltageData::*> fields[] = {
-      {"peak", &voltageData::peak},
-      {"peakValue", &voltageData::peakValue},
-      {"avg", &voltageData::avg},
-      {"rawAvg", &voltageData::rawAvg},
-      {"avgPositive", &voltageData::avgPositive},
-      {"avgNegative", &voltageData::avgNegative},
-      {"rms", &voltageData::rms},
-      {"absAvg", &voltageData::absAvg},
-      {"peakTime", &voltageData::peakTime},
-      {"dutyRatio", &voltageData::dutyRatio},
-      {"pulseWidth", &voltageData::pulseWidth}};
   std::string text;
-  for (const auto& [name, field] : fields) {
+  for (const auto& [name, field] : testing_support::voltageFields()) {
     if (std::bit_cast<uint64_t>(a.*field) != std::bit_cast<uint64_t>(b.*field)) {
-      text += std::string(name) + " " + std::to_string(a.*field) + " vs " +
-              std::to_string(b.*field) + "; ";
+      text += name + " " + std::to_string(a.*field) + " vs " + std::to_string(b.*field) + "; ";
     }
   }
   if (directionA != directionB) {

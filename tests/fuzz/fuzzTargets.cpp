@@ -125,12 +125,7 @@ void fuzzHeaderParameters(std::string_view input) {
 
 // The length-data and PG-data readers with the work that follows each: the length calculation
 // and its output, or the segment search and filters. The first byte chooses kind and flags.
-void fuzzNetworkData(std::string_view input) {
-  if (input.empty()) {
-    return;
-  }
-  const uint8_t options = static_cast<uint8_t>(input[0]);
-  std::istringstream in(std::string(input.substr(1)));
+void fuzzNetworkData(uint8_t options, std::istream& in) {
   NullBuffer nullBuffer;
   std::ostream sink(&nullBuffer);
   zeNetwork network(0.001, false);
@@ -177,12 +172,7 @@ const kraDB::EMRecordTable& dbNetworkRecords() {
 // The database-side network of the EM command: loading, attaching EM records by name, prefix,
 // substring and dotted part, net mapping and current directions, and the listing. The first
 // byte chooses the columns (bit 0), directions (bit 1) and the prefixes (bits 2, 3).
-void fuzzDbNetwork(std::string_view input) {
-  if (input.empty()) {
-    return;
-  }
-  const uint8_t options = static_cast<uint8_t>(input[0]);
-  std::istringstream in(std::string(input.substr(1)));
+void fuzzDbNetwork(uint8_t options, std::istream& in) {
   kraDBNetwork network;
   network.loadData(in,
                    (options & 1) != 0 ? DBNetworkColumns::kWithNets : DBNetworkColumns::kNamesOnly);
@@ -200,6 +190,15 @@ void fuzzDbNetwork(std::string_view input) {
 
 void nothing() {}
 
+/// A target whose first input byte chooses its options, run on the rest as a stream.
+template <void (*target)(uint8_t, std::istream&)>
+void withOptions(std::string_view input) {
+  if (!input.empty()) {
+    std::istringstream in(std::string(input.substr(1)));
+    target(static_cast<uint8_t>(input[0]), in);
+  }
+}
+
 const FuzzTarget kTargets[] = {
     {"command_file", initialiseSession, fuzzCommandFile},
     {"raw_file", initialiseSession, fuzzRawFile},
@@ -207,8 +206,8 @@ const FuzzTarget kTargets[] = {
     {"netlist", silenceStdout, fuzzNetlist},
     {"database", nothing, fuzzDatabase},
     {"header_parameters", nothing, fuzzHeaderParameters},
-    {"network_data", nothing, fuzzNetworkData},
-    {"db_network", nothing, fuzzDbNetwork},
+    {"network_data", nothing, withOptions<fuzzNetworkData>},
+    {"db_network", nothing, withOptions<fuzzDbNetwork>},
 };
 
 }  // namespace

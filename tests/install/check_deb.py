@@ -47,10 +47,8 @@ def main():
     problems += [f"not under /usr: {path}" for path in paths
                  if not path.startswith("./usr/") and path not in ("./", "./usr/")]
     if problems:
-        print("\n".join(problems))
-        return 1
+        sys.exit("\n".join(problems))
     print(f"{debs[0]} ok")
-    return 0
 
 
 if __name__ == "__main__":

@@ -31,10 +31,8 @@ def main():
     problems += [f"twice in the README: {word}" for word in set(documented)
                  if documented.count(word) > 1]
     if problems:
-        print("\n".join(problems))
-        return 1
+        sys.exit("\n".join(problems))
     print(f"{len(table)} commands documented")
-    return 0
 
 
 if __name__ == "__main__":

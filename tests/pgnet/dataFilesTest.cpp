@@ -60,12 +60,9 @@ bool streamParse(const std::string& text, double& value) {
   std::istringstream in(text);
   in.imbue(std::locale::classic());
   double read = 0.0;
-  in >> read;
-  if (in.fail() || in.peek() != std::char_traits<char>::eof()) {
-    return false;
-  }
-  value = read;
-  return true;
+  const bool whole = (in >> read) && in.get() == std::char_traits<char>::eof();
+  value = whole ? read : value;
+  return whole;
 }
 
 void expectSameAsStream(const std::string& text) {
