@@ -90,14 +90,17 @@ TEST(Encryptor, FreshKeysHaveTheWriterLengthsAndRepeatWithinOneSecond) {
 TEST(Encryptor, KeyIsWrittenAsLengthAndBytesAndReadBackWhateverTheFileHolds) {
   testing_support::ScratchDir dir;
   const std::string path = dir.file("key");
+  const Bytes large(1 << 16, 0x5a);  // a write larger than the buffer goes straight out
   {
     kraDB::ByteWriter out;
     ASSERT_TRUE(out.open(path));
     Encryptor({0xaa, 0xbb, 0xcc}).write(out);
+    out.write(large.data(), large.size());
     out.close();
     ASSERT_FALSE(out.failed());
   }
-  EXPECT_EQ(testing_support::readFile(path), std::string("\x03\0\0\0\xaa\xbb\xcc", 7));
+  EXPECT_EQ(testing_support::readFile(path),
+            std::string("\x03\0\0\0\xaa\xbb\xcc", 7) + std::string(large.begin(), large.end()));
   // A length past the end of the file keeps only the bytes there.
   const struct {
     const char* label;

@@ -132,6 +132,15 @@ TEST(RawFile, GatherReadsAnyColumnsInOnePass) {
   double* badTargets[] = {untouched.data(), untouched.data()};
   file->gather(plot, bad, badTargets);
   EXPECT_EQ(untouched, std::vector<double>(2, -1.0));
+
+  // Decoded values by variable and point (the backend itself only asks for point 0): v(a) of
+  // raw_text_unpadded is 1 2 3, its short vector 5e-3 padded with zeros.
+  auto decoded = RawFile::open(caseInput("raw_text_unpadded"), error);
+  ASSERT_TRUE(decoded) << error;
+  const Plot& unpadded = decoded->plots()[0];
+  EXPECT_EQ(decoded->valueAt(unpadded, 1, 2), 3.0);
+  EXPECT_EQ(decoded->valueAt(unpadded, 2, 0), 5e-3);
+  EXPECT_EQ(decoded->valueAt(unpadded, 2, 1), 0.0);
 }
 
 // Float32 vectors reach the statistics as doubles, NaN read as 0.0 as getDataVectorAt reads it.
