@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "analysis/exactWindow.h"
+
 namespace analysis {
 
 namespace {
@@ -55,6 +57,16 @@ WaveformSamples waveformAt(const simdata::ValueArray* values, int index,
     result.y = samplesOf(result.waveform->yVector(), yScratch);
   }
   return result;
+}
+
+/// One waveform against `ref`, measured as the settings' window mode says (an exact window
+/// needs no index range).
+int measureOne(const StatisticsSettings& settings, const InstanceTraits& instance, IndexRange range,
+               Samples x, Samples y, double ref, voltageData& out) {
+  if (settings.windowMode == WindowMode::kExact) {
+    return measureOneWaveformExact(settings, instance, x, y, ref, out);
+  }
+  return measureOneWaveform(settings, instance, range, x, y, ref, out);
 }
 
 }  // namespace
@@ -184,7 +196,7 @@ int transientDifference(const simdata::ValueArray* values, int idx1, int idx2,
       const WaveformSamples wave = waveformAt(values, idx2, scratch.x2, scratch.y2, scratch);
       IndexRange range;
       timeRange(wave.waveform, range.start, range.stop);
-      const int direction = measureOneWaveform(settings, traits, range, wave.x, wave.y, 0.0, out);
+      const int direction = measureOne(settings, traits, range, wave.x, wave.y, 0.0, out);
       // They would describe the wrong node.
       out.rawAvg = 0.0;
       out.peakValue = 0.0;
@@ -194,7 +206,7 @@ int transientDifference(const simdata::ValueArray* values, int idx1, int idx2,
       const WaveformSamples wave = waveformAt(values, idx1, scratch.x1, scratch.y1, scratch);
       IndexRange range;
       timeRange(wave.waveform, range.start, range.stop);
-      return measureOneWaveform(settings, traits, range, wave.x, wave.y, ref, out);
+      return measureOne(settings, traits, range, wave.x, wave.y, ref, out);
     }
     case WaveformCase::kBoth:
       break;
@@ -209,6 +221,9 @@ int transientDifference(const simdata::ValueArray* values, int idx1, int idx2,
                   ? wave1.x
                   : axisSamplesOf(x2, scratch.x2, scratch);
     wave2.y = samplesOf(wave2.waveform->yVector(), scratch.y2);
+  }
+  if (settings.windowMode == WindowMode::kExact) {
+    return measureTwoWaveformsExact(settings, traits, wave1.x, wave2.x, wave1.y, wave2.y, out);
   }
   return measureTwoWaveforms(settings, traits, wave1.x, wave2.x, wave1.y, wave2.y, out);
 }

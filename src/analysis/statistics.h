@@ -40,6 +40,12 @@ enum class AcPeakMethod {
   kHalfPeakPulses,  // pulses above half the peak, with interpolated edges
 };
 
+/// How a run's window is measured.
+enum class WindowMode {
+  kLegacy,  // sample indices, the step after the stop sample integrated too (the default)
+  kExact,   // straight lines between samples, exactly [start, stop] (exactWindow.h)
+};
+
 /// The run-wide inputs of the statistics.
 struct StatisticsSettings {
   /// Minimum length of a pulse that may hold the peak; 0 disables duration pulses.
@@ -59,6 +65,8 @@ struct StatisticsSettings {
   double acPulseThreshold = -1.0;
   /// Whether AC pulse records are appended to voltageData::acPulses.
   bool collectAcPulses = false;
+  /// kExact: stopTime is the window's end as it is, with no tolerance added.
+  WindowMode windowMode = WindowMode::kLegacy;
 };
 
 /// The per-instance inputs of the statistics.

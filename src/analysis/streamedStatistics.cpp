@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "analysis/detail/statisticsParts.h"
+#include "analysis/exactStreamed.h"
 #include "support/parallel.h"
 
 namespace analysis {
@@ -202,6 +203,10 @@ StreamedMeasures::StreamedMeasures(const StatisticsSettings& settings, std::vect
       range_(range),
       instances_(std::move(instances)),
       placeOf_(instances_.size(), SIZE_MAX) {
+  if (settings_.windowMode == WindowMode::kExact) {
+    exact_ = std::make_unique<ExactStreamedWindows>(settings_, axis_, instances_);
+    return;
+  }
   const size_t n = axis_.size();
   dt_.assign(n, 0.0);
   for (size_t j = 1; j < n; ++j) {
@@ -410,6 +415,10 @@ KRA2_FOUR_LANES_TARGET void StreamedMeasures::advanceQuad(
 }
 
 void StreamedMeasures::feed(size_t first, size_t count, std::span<const double* const> slotValues) {
+  if (exact_) {
+    exact_->feed(first, count, slotValues);
+    return;
+  }
   if (count == 0 || first + count > axis_.size()) {
     return;
   }
@@ -448,6 +457,9 @@ void StreamedMeasures::feed(size_t first, size_t count, std::span<const double* 
 }
 
 int StreamedMeasures::finish(size_t k, voltageData& out) const {
+  if (exact_) {
+    return exact_->finish(k, out);
+  }
   const StreamedInstance& instance = instances_[k];
   if (instance.kind == StreamedKind::kNothing) {
     return -1;

@@ -10,12 +10,15 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <vector>
 
 #include "analysis/statistics.h"
 
 namespace analysis {
+
+class ExactStreamedWindows;
 
 /// What a streamed instance measures.
 enum class StreamedKind : uint8_t {
@@ -117,6 +120,8 @@ class StreamedMeasures {
   /// Units of work: the first place of each, and how many instances it advances at once.
   std::vector<size_t> units_;
   std::vector<uint8_t> unitLanes_;
+  /// Exact windows (WindowMode::kExact) take the place of the loops above.
+  std::unique_ptr<ExactStreamedWindows> exact_;
 };
 
 }  // namespace analysis
