@@ -1,5 +1,7 @@
-// Instance-analysis commands: loadNetlist, run and saveResult, the run's log lines, and the
-// reading of source and resistor values.
+// Instance-analysis commands: loadNetlist, windowMode, run, saveResult and saveResultTable,
+// the run's log lines, and the reading of source and resistor values.
+
+#include <strings.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -8,7 +10,9 @@
 #include <string>
 
 #include "analysis/detail/sessionStatistics.h"
+#include "analysis/exactWindow.h"
 #include "analysis/netlist.h"
+#include "analysis/resultTable.h"
 #include "analysis/runLoop.h"
 #include "analysis/sources.h"
 #include "app/analyzeNetlist.h"
@@ -97,18 +101,24 @@ int zeAnalyzeNetlist::processRunCmd(const ArgList* args, int ignoreSign) {
     return 1;
   }
   startTime = std::strtod(argAt(args, 0), nullptr);
+  const double stopGiven = std::strtod(argAt(args, 1), nullptr);
   // So that a sample exactly at the stop time is inside the window.
-  stopTime = std::strtod(argAt(args, 1), nullptr) + 1e-12;
+  stopTime = stopGiven + 1e-12;
   if (!analysisSelected()) {
     return 1;
   }
+  analysis::StatisticsSettings settings = analysis::detail::settingsOf(*this, ignoreSign);
+  if (settings.windowMode == analysis::WindowMode::kExact &&
+      !exactWindowReady(settings, stopGiven)) {
+    return 1;
+  }
+  lastRun = {true, startTime, stopGiven, settings.windowMode};
   RunLog log(*this);
   analysis->prepare();
   if (sourceValuesEnabled()) {
     populateResToWatt();
   }
-  const int failed = analysis::runInstances(*analysis, instances.instances,
-                                            analysis::detail::settingsOf(*this, ignoreSign), log);
+  const int failed = analysis::runInstances(*analysis, instances.instances, settings, log);
   if (failed >= 1) {
     logMsg(kWarning, Echo::yes, "%d instances failed, please see the log file.\n", failed);
   }
@@ -153,6 +163,69 @@ int zeAnalyzeNetlist::processSaveResultsCmd(const ArgList* args, std::vector<zeI
     out.insert(out.end(), instances.instances.begin(), instances.instances.end());
   }
   return 0;
+}
+
+bool zeAnalyzeNetlist::exactWindowReady(analysis::StatisticsSettings& settings, double stop) {
+  if (const char* conflict = analysis::exactWindowConflict(settings)) {
+    logMsg(kError, Echo::yes, "%s: windowMode exact cannot be combined with %s; run not done.\n",
+           kProgramName, conflict);
+    return false;
+  }
+  if (stop < settings.startTime) {
+    logMsg(kError, Echo::yes,
+           "%s: run with windowMode exact needs a stop time not before the start time.\n",
+           kProgramName);
+    return false;
+  }
+  // An exact window ends where the command says: no tolerance is added.
+  settings.stopTime = stop;
+  return true;
+}
+
+int zeAnalyzeNetlist::processWindowModeCmd(const ArgList* args) {
+  const char* mode = argAt(args, 0);
+  analysis::WindowMode& setting = analysis::processSettings().windowMode;
+  if (mode != nullptr && strcasecmp(mode, "exact") == 0) {
+    setting = analysis::WindowMode::kExact;
+  } else if (mode != nullptr && strcasecmp(mode, "legacy") == 0) {
+    setting = analysis::WindowMode::kLegacy;
+  } else {
+    logMsg(kError, Echo::yes, "%s: %s command requires exact or legacy.\n", kProgramName,
+           "windowMode");
+    return 1;
+  }
+  logMsg(kInfo, Echo::no, "Window mode: %s\n",
+         setting == analysis::WindowMode::kExact ? "exact" : "legacy");
+  return 0;
+}
+
+int zeAnalyzeNetlist::processSaveResultTableCmd(const ArgList* args) {
+  simdata::resetError();
+  const char* fileName = argAt(args, 0);
+  if (fileName == nullptr) {
+    logMsg(kError, Echo::yes, "%s: %s command requires a file name.\n", kProgramName,
+           "saveResultTable");
+    return 1;
+  }
+  if (!analysisSelected()) {
+    return 1;
+  }
+  if (!instances.loaded) {
+    logMsg(kError, Echo::yes, "%s: Must load netlist first (loadNetlist)\n", kProgramName);
+    return 1;
+  }
+  if (!writeOutputFiles) {
+    return 0;
+  }
+  OutputFile file(fileName, "w+");
+  if (!file) {
+    logMsg(kError, Echo::yes, "%s: Unable to open output result file %s.\n", kProgramName,
+           fileName);
+    return 1;
+  }
+  const analysis::TableProvenance provenance{resultsDir->name(), analysis->name(), lastRun};
+  analysis::writeResultTable(file.get(), instances.instances, provenance);
+  return closeOutput(file) ? 0 : 1;
 }
 
 int zeAnalyzeNetlist::processVsrcCmd(zeVsrc& sources) {

@@ -21,6 +21,7 @@ StatisticsSettings settingsOf(const zeAnalyzeNetlist& session, int ignoreSign) {
       .emRecoveryFactor = process.emRecoveryFactor,
       .acPulseThreshold = session.acPulseThreshold,
       .collectAcPulses = session.collectAcPulses,
+      .windowMode = process.windowMode,
   };
 }
 

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "analysis/netlist.h"
+#include "analysis/settings.h"
 #include "analysis/voltageData.h"
 #include "app/argList.h"
 #include "app/log.h"
@@ -69,6 +70,13 @@ class zeAnalyzeNetlist {
   int processLoadNetlistCmd(const ArgList* args);
   int processRunCmd(const ArgList* args, int ignoreSign);
   int processSaveResultsCmd(const ArgList* args, std::vector<zeInstance>& out);
+  /// windowMode exact|legacy: how later runs measure their window.
+  int processWindowModeCmd(const ArgList* args);
+  /// saveResultTable <file.csv>: the results as CSV with their provenance.
+  int processSaveResultTableCmd(const ArgList* args);
+  /// Whether a run may measure exact windows with these settings (else logs why not); sets
+  /// the settings' stop time to `stop`, the window's end as the command gave it.
+  bool exactWindowReady(analysis::StatisticsSettings& settings, double stop);
   int processVsrcCmd(zeVsrc& sources);
   void populateResToWatt();
   void getWattSignals(int first, int count, std::vector<zeInstance>& list);
@@ -132,6 +140,8 @@ class zeAnalyzeNetlist {
   std::map<std::string, double> resToWatt;
   /// The temperature found by saveTemperature, owned by the interpreter.
   double temperature = 0.0;
+  /// The window and mode of the last run.
+  analysis::RunWindow lastRun;
 
   /// Strict mode (-strict): warnings about input otherwise taken in silence, and the nearest
   /// command after an unknown word. Set before the command file runs.

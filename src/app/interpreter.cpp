@@ -21,6 +21,9 @@ struct Command {
   const char* arguments;
   const char* summary;
   Handler run;
+  /// False for the opt-in commands that the help text leaves out, so that its text stays as
+  /// it is; the README documents them.
+  bool listed = true;
 };
 
 /// Runs a handler between two wall-clock readings and reports the time under `name`.
@@ -169,6 +172,12 @@ const Command kCommands[] = {
        std::vector<zeInstance> saved;
        s.processSaveResultsCmd(a, saved);
      }},
+    {"windowMode", "exact|legacy",
+     "run measures straight lines between samples over exactly [start, stop], or by samples",
+     withArgs<&zeAnalyzeNetlist::processWindowModeCmd>, false},
+    {"saveResultTable", "<file.csv>",
+     "writes the results as CSV with a header row and their provenance (needs loadNetlist)",
+     withArgs<&zeAnalyzeNetlist::processSaveResultTableCmd>, false},
     {"displayAnalysis", "", "logs the type and name of every analysis (needs openSimData)",
      withArgs<&zeAnalyzeNetlist::processDisplayAnalysisCmd>},
     // Timed under the name "loadNetlist": the reuse is intended.
@@ -187,7 +196,9 @@ const Command kCommands[] = {
 std::vector<app::CommandHelp> app::commandReference() {
   std::vector<CommandHelp> reference;
   for (const Command& command : kCommands) {
-    reference.push_back({command.word, command.arguments, command.summary});
+    if (command.listed) {
+      reference.push_back({command.word, command.arguments, command.summary});
+    }
   }
   return reference;
 }
