@@ -153,34 +153,39 @@ TEST_F(RunEngine, StreamedAndBatchReadsGiveTheSameRecordsAndMessages) {
   add("n3", "n2");
   add("0", "n3").orientation = 0;
   settings.ignoreSign = 2;
-  std::vector<zeInstance> batchwise;
-  for (bool streamed : {false, true}) {
-    SCOPED_TRACE(streamed);
-    const int readsBefore = tran.bulkReads();
-    EXPECT_EQ(run(streamed), 2);
-    // Streamed, only the time axis is read in bulk: a stream that fell back to batch reads
-    // would give the same records, only slower.
-    EXPECT_EQ(tran.bulkReads() - readsBefore, 1);
-    EXPECT_EQ(observer.lines, "start 0 8\nmissing gone\nmissing gone\ndone 8 2 8\n");
-    const int indices[][2] = {{0, -1}, {-1, 0},  {0, -3}, {0, -2},
-                              {-2, 1}, {-1, -1}, {2, 1},  {-1, 2}};
-    for (size_t i = 0; i < 8; ++i) {
-      EXPECT_EQ(instances[i].sigIndex1, indices[i][0]) << i;
-      EXPECT_EQ(instances[i].sigIndex2, indices[i][1]) << i;
-      EXPECT_EQ(instances[i].valid, i != 3 && i != 4) << i;
+  // Both window modes, each read both ways.
+  auto bothWays = [&] {
+    std::vector<zeInstance> batchwise;
+    for (bool streamed : {false, true}) {
+      SCOPED_TRACE(streamed);
+      tran.streamed.clear();
+      const int readsBefore = tran.bulkReads();
+      EXPECT_EQ(run(streamed), 2);
+      // Streamed, only the time axis is read in bulk: a stream that fell back to batch reads
+      // would give the same records, only slower.
+      EXPECT_EQ(tran.bulkReads() - readsBefore, 1);
+      EXPECT_EQ(observer.lines, "start 0 8\nmissing gone\nmissing gone\ndone 8 2 8\n");
+      const int indices[][2] = {{0, -1}, {-1, 0},  {0, -3}, {0, -2},
+                                {-2, 1}, {-1, -1}, {2, 1},  {-1, 2}};
+      for (size_t i = 0; i < 8; ++i) {
+        EXPECT_EQ(instances[i].sigIndex1, indices[i][0]) << i;
+        EXPECT_EQ(instances[i].sigIndex2, indices[i][1]) << i;
+        EXPECT_EQ(instances[i].valid, i != 3 && i != 4) << i;
+      }
+      if (!streamed) {
+        batchwise = instances;
+        continue;
+      }
+      EXPECT_EQ(tran.streamed, (std::vector<std::string>{"n1", "n2", "n3"}));
+      for (size_t i = 0; i < 8; ++i) {
+        EXPECT_EQ(
+            std::memcmp(&instances[i].data, &batchwise[i].data, offsetof(voltageData, acPulses)), 0)
+            << i;
+        EXPECT_EQ(instances[i].direction, batchwise[i].direction) << i;
+      }
     }
-    if (!streamed) {
-      batchwise = instances;
-      continue;
-    }
-    EXPECT_EQ(tran.streamed, (std::vector<std::string>{"n1", "n2", "n3"}));
-    for (size_t i = 0; i < 8; ++i) {
-      EXPECT_EQ(
-          std::memcmp(&instances[i].data, &batchwise[i].data, offsetof(voltageData, acPulses)), 0)
-          << i;
-      EXPECT_EQ(instances[i].direction, batchwise[i].direction) << i;
-    }
-  }
+  };
+  bothWays();
   // n1 alone: d = 1 3 1; the second node alone keeps no raw values and flips orientation.
   EXPECT_EQ(instances[0].data.rms, std::sqrt(5.0));
   EXPECT_EQ(instances[1].data.avg, 2.0);
@@ -189,6 +194,19 @@ TEST_F(RunEngine, StreamedAndBatchReadsGiveTheSameRecordsAndMessages) {
   EXPECT_EQ(instances[2].data.peak, 2.5);  // d = 0.5 2.5 0.5
   EXPECT_EQ(instances[5].data.dutyRatio, 1.0);
   EXPECT_FALSE(instances[3].acPulses);
+
+  // Exact windows, with both edges between samples: n1 alone, d = 1 3 1, is 1.5 at t = 0.25
+  // and 2 at t = 1.5. Areas 0.75 (1.5 + 3)/2 + 0.5 (3 + 2)/2 = 2.9375; squares
+  // 0.75 (2.25 + 4.5 + 9)/3 + 0.5 (9 + 6 + 4)/3 = 3.9375 + 19/6; length 1.25.
+  settings.windowMode = analysis::WindowMode::kExact;
+  settings.startTime = 0.25;
+  settings.stopTime = 1.5;
+  bothWays();
+  EXPECT_DOUBLE_EQ(instances[0].data.avg, 2.35);
+  EXPECT_DOUBLE_EQ(instances[0].data.rms, std::sqrt((3.9375 + 19.0 / 6.0) / 1.25));
+  EXPECT_DOUBLE_EQ(instances[1].data.avg, 2.35);
+  EXPECT_EQ(instances[1].data.rawAvg, 0.0);
+  EXPECT_EQ(instances[1].direction, 1);
 }
 
 TEST_F(RunEngine, TheStreamFollowsTheDatasetsSignalOrder) {
