@@ -12,22 +12,6 @@ namespace {
 
 using simdata::MemoryValue;
 
-// The key is the second-to-last token between blanks, tabs, quotes, colons and dots; every
-// separator ends a token, so doubled separators give empty tokens.
-TEST(ResistorPowerKey, SecondToLastToken) {
-  struct Case {
-    const char* name;
-    const char* key;
-  };
-  const Case cases[] = {{"R1.pwr", "R1"},     {"x:R7:pwr", "R7"}, {"pwr", ""},
-                        {"a \"R2\" pwr", ""}, {"R2\"pwr", "R2"},  {"top.R3\tpwr", "R3"},
-                        {"R4..pwr", ""}};
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    EXPECT_EQ(analysis::resistorPowerKey(c.name), c.key);
-  }
-}
-
 class SourceValues : public testing::Test {
  protected:
   void SetUp() override {

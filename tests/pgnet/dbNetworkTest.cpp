@@ -47,21 +47,6 @@ TEST(DBNetworkInput, CasesOfTheTable) {
   EXPECT_EQ(network.errorMessage, "line 1: a name is longer than 1048576 bytes");
 }
 
-TEST(DBNetworkInput, HierarchyAndResistorPrefixes) {
-  const struct {
-    const char* text;
-    const char* expected;
-  } cases[] = {
-      {"##nil##", ""}, {"top", "top."},          {"top.", "top."}, {"/top/sub", "top.sub."},
-      {"..a", ".a."},  {"top/sub/", "top.sub."}, {"/", "."},       {"##NIL##", "##NIL##."}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.text);
-    EXPECT_EQ(pgnet::normaliseHierarchyPrefix(c.text), c.expected);
-  }
-  EXPECT_EQ(pgnet::normaliseResistorPrefix("p"), ".p");
-  EXPECT_EQ(pgnet::normaliseResistorPrefix(""), "");
-}
-
 kraDB::EMRecord record(double avg, int64_t term1, int64_t term2) {
   return {.name = "", .avg = avg, .term1 = term1, .term2 = term2};
 }

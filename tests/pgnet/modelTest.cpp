@@ -17,23 +17,8 @@ using pgnet_test::names;
 
 namespace {
 
-TEST(Node, ViaTypesAndDirections) {
-  // The via word of each kind, by kind number; the terminal kinds are 3, 5 and 6. Words are
-  // exact and case-sensitive, and unknown ones are metal.
-  const char* words[] = {"nil",          "V",        "singleSquareVia", "rectangleVia",
-                         "fracturedVia", "viaArray", "squareVia"};
-  for (uint32_t type = 0; type < std::size(words); ++type) {
-    SCOPED_TRACE(words[type]);
-    kraNode node;
-    node.viaType = kraNode::getViaType(words[type]);
-    EXPECT_EQ(node.viaType, type);
-    EXPECT_EQ(node.isVia(), type != 0);
-    EXPECT_EQ(node.isTerminalVia(), type == 3 || type == 5 || type == 6);
-  }
-  for (const char* word : {"VIA", "squarevia", "Nil", "viaArray ", ""}) {
-    EXPECT_EQ(kraNode::getViaType(word), 0u) << word;
-  }
-
+TEST(Node, DirectionsOppositeAndFromTheSourceFlag) {
+  // The via words are cases of tests/data/app/rules.txt.
   const int opposite[] = {0, 2, 1, 4, 3, 6, 5, 0};
   for (int dir = -1; dir <= 7; ++dir) {
     EXPECT_EQ(getOppositeCurrDir(dir), dir < 0 ? 0 : opposite[dir]) << dir;
@@ -118,22 +103,6 @@ TEST(Network, LayerStackIsReadInCompleteTriples) {
     EXPECT_EQ(text(network.lowerLayerOf), c.lower);
     EXPECT_EQ(network.isTopLayer("V1", "M2"), c.upper.starts_with("V1=M2"));
     EXPECT_EQ(network.isBottomLayer("V1", "M1"), c.lower.starts_with("V1=M1"));
-  }
-}
-
-TEST(Network, CompareFloatValueAcceptsEqualOrWithinTolerance) {
-  const double inf = std::numeric_limits<double>::infinity();
-  const struct {
-    double a, b, tolerance;
-    bool same;
-  } cases[] = {{1.0, 1.0, 0.0, true},   {1.0, 1.25, 0.25, true},
-               {1.25, 1.0, 0.25, true}, {1.0, 1.5, 0.25, false},
-               {0.0, -0.0, 0.0, true},  {1.0, 1.0, -1.0, true},
-               {1.0, 1.1, -1.0, false}, {inf, inf, 0.0, true},
-               {inf, -inf, inf, true},  {std::nan(""), std::nan(""), inf, false}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(testing::Message() << c.a << " " << c.b << " " << c.tolerance);
-    EXPECT_EQ(zeNetwork::compareFloatValue(c.a, c.b, c.tolerance), c.same);
   }
 }
 

@@ -1,5 +1,6 @@
-// What the reader cases of tests/data/readers cannot show: the naming rules on their own, bulk
-// reads of odd signal arrays, column gathers, float32 values through the statistics.
+// What the reader cases of tests/data/readers cannot show: bulk reads of odd signal arrays,
+// column gathers, float32 values through the statistics. The naming rules are cases of
+// tests/data/app/rules.txt.
 
 #include <gtest/gtest.h>
 
@@ -33,43 +34,6 @@ std::unique_ptr<simdata::ValueArray> readAll(simdata::Dataset* dataset) {
     batch.add(dataset->signals()->at(k));
   }
   return dataset->read(batch);
-}
-
-TEST(RawNaming, KindsTypesAndBareNames) {
-  struct KindCase {
-    const char* plotname;
-    const char* kind;
-    const char* type;
-  };
-  const KindCase kinds[] = {
-      {"Transient Analysis", "tran", "tran"},
-      {"DC operating point", "op", "dc"},
-      {"DC transfer characteristic", "dc", "dc"},
-      {"AC Analysis", "ac", "ac"},
-      // The title follows the last parameter value, whatever the parameter is called.
-      {"Step Analysis: Step 1 of 2 params:  name = transient value = 1  Noise Spectral Density",
-       "noise", "noise"},
-      {"DC Sweep: Step 2 of 6 params:  name = V1 value = 0  DC transfer characteristic", "dc",
-       "dc"},
-      {"Step Analysis: Step 1 of 2 params:  name = A value = 1 name = B value = 2  SP Analysis",
-       "sp", "sp"},
-      {"Noise Spectral Density Curves", "noise", "noise"},
-      {"Transfer Function", "tf", "tf"},
-      {"  ", "plot", "plot"},
-  };
-  for (const KindCase& c : kinds) {
-    SCOPED_TRACE(c.plotname);
-    const std::string kind = simdata::raw::analysisKind(c.plotname);
-    EXPECT_EQ(kind, c.kind);
-    EXPECT_EQ(simdata::raw::analysisTypeOfKind(kind), c.type);
-  }
-  const std::pair<const char*, const char*> names[] = {
-      {"v(n1)", "n1"}, {"V(N001)", "N001"}, {"i(vdd)", "i(vdd)"},         {"time", "time"},
-      {"v()", "v()"},  {"v(a", "v(a"},      {"vdd#branch", "vdd#branch"}, {"v(a,b)", "a,b"},
-  };
-  for (const auto& [written, bare] : names) {
-    EXPECT_EQ(simdata::raw::bareName(written), bare) << written;
-  }
 }
 
 // A copy of a signal (as the run loop keeps them), a repeat, the scale, a null entry and a

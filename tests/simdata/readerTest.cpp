@@ -69,21 +69,6 @@ TEST(GetWaveform, DescendsToTheFirstInnerWaveform) {
   EXPECT_EQ(simdata::getWaveform(nullptr), nullptr);
 }
 
-TEST(AnalysisFilter, SkipsScalarDatasetsUnlessAllAreIncluded) {
-  unsetenv("_kraIncludeAllAnalysis");
-  const std::pair<const char*, bool> cases[] = {
-      {"tran", true}, {"DC_Info", false}, {"Variables2", false}, {"timing_VIOLATIONS", false},
-      {"", true},
-  };
-  for (const auto& [name, accepted] : cases) {
-    EXPECT_EQ(simdata::analysisFilter(name), accepted) << name;
-  }
-  setenv("_kraIncludeAllAnalysis", "", 1);
-  EXPECT_TRUE(simdata::analysisFilter("DC_Info"));
-  EXPECT_TRUE(simdata::analysisFilter("variables"));
-  unsetenv("_kraIncludeAllAnalysis");
-}
-
 TEST(TimeRange, FromSweepDimensions) {
   using simdata::Range;
   using simdata::Sweep;
