@@ -6,15 +6,17 @@
 
 #include <charconv>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <map>
 #include <sstream>
 #include <string>
-#include <vector>
 
 #include "analysis/sources.h"
+#include "dbText.h"
 #include "pgnet/emRelation.h"
 #include "pgnet/network.h"
 #include "simdata/analysisFilter.h"
@@ -78,14 +80,35 @@ const std::map<std::string, Rule>& rules() {
        }},
       {"sameWithin",
        [](const std::string& in) {
-         std::istringstream words(in);
-         std::vector<double> n;
-         for (std::string word; words >> word;) {
-           n.push_back(std::strtod(word.c_str(), nullptr));
-         }
-         EXPECT_EQ(n.size(), 3u);
-         n.resize(3);
+         double n[3] = {};
+         EXPECT_EQ(std::sscanf(in.c_str(), "%lf %lf %lf", &n[0], &n[1], &n[2]), 3);
          return zeNetwork::compareFloatValue(n[0], n[1], n[2]) ? "same" : "different";
+       }},
+      {"layerStack",
+       [](const std::string& in) {
+         zeNetwork network(1.0, false);
+         network.setLayerStack({"OLD", "X", "Y"});
+         std::istringstream words(in);
+         network.setLayerStack({std::istream_iterator<std::string>(words), {}});
+         std::string upper, lower;
+         for (const auto& [via, metal] : network.upperLayerOf) {
+           upper += via + "=" + metal + " ";
+         }
+         for (const auto& [via, metal] : network.lowerLayerOf) {
+           lower += via + "=" + metal + " ";
+         }
+         EXPECT_EQ(network.isTopLayer("V1", "M2"), upper.starts_with("V1=M2"));
+         EXPECT_EQ(network.isBottomLayer("V1", "M1"), lower.starts_with("V1=M1"));
+         return upper.empty() ? upper : upper + "/ " + lower.substr(0, lower.size() - 1);
+       }},
+      {"sourceFlag",
+       [](const std::string& in) {
+         const std::vector<std::string_view> words = support::splitWords(in);
+         kraNode node;
+         node.viaType = kraNode::getViaType(words.at(0));
+         node.currentDir = kraViaInOutSecond;
+         node.setCurrentDir(std::stoi(std::string(words.at(1))));
+         return std::to_string(node.currentDir);
        }},
       {"parseDouble", [](const std::string& in) { return number(in); }},
       {"parseDecimal",
@@ -97,6 +120,16 @@ const std::map<std::string, Rule>& rules() {
          double value = 0.0;
          const char* end = support::readDouble(in.data(), in.data() + in.size(), value);
          return std::to_string(end == nullptr ? 0 : end - in.data());
+       }},
+      {"dbReal",
+       [](const std::string& in) {
+         double value = 0.0;
+         return kra2db::parseReal(in, value) ? shortest(value) : "refused";
+       }},
+      {"dbInt64",
+       [](const std::string& in) {
+         int64_t value = 0;
+         return kra2db::parseInt64(in, value) ? std::to_string(value) : "refused";
        }},
       {"parseInteger", integerOrRefused<int32_t>},
       {"parseInteger64", integerOrRefused<int64_t>},
@@ -112,16 +145,14 @@ TEST(Rules, CasesOfTheTable) {
     if (line.empty() || line[0] == '#') {
       continue;
     }
-    std::vector<std::string> fields;
-    for (size_t from = 0, bar = 0; bar != std::string::npos; from = bar + 1) {
-      bar = line.find('|', from);
-      fields.push_back(testing_support::unescape(
-          std::string(support::trim(std::string_view(line).substr(from, bar - from)))));
-    }
     SCOPED_TRACE("rules.txt:" + std::to_string(number) + ": " + line);
-    ASSERT_EQ(fields.size(), 3u);
-    ASSERT_TRUE(rules().count(fields[0]));
-    EXPECT_EQ(rules().at(fields[0])(fields[1]), fields[2]);
+    const size_t bar1 = line.find(" | ");
+    const size_t bar2 = line.find(" | ", bar1 + 1);
+    ASSERT_NE(bar2, std::string::npos);
+    const std::string rule = line.substr(0, bar1);
+    ASSERT_TRUE(rules().count(rule));
+    EXPECT_EQ(rules().at(rule)(testing_support::unescape(line.substr(bar1 + 3, bar2 - bar1 - 3))),
+              testing_support::unescape(line.substr(bar2 + 3)));
     ++cases;
   }
   EXPECT_GT(cases, 100);

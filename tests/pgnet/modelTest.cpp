@@ -2,9 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <cstdlib>
-#include <limits>
 #include <string>
 
 #include "db/designGlobals.h"
@@ -17,27 +15,12 @@ using pgnet_test::names;
 
 namespace {
 
-TEST(Node, DirectionsOppositeAndFromTheSourceFlag) {
-  // The via words are cases of tests/data/app/rules.txt.
+TEST(Node, OppositeDirections) {
+  // The via words and the directions from the source flag are cases of
+  // tests/data/app/rules.txt.
   const int opposite[] = {0, 2, 1, 4, 3, 6, 5, 0};
   for (int dir = -1; dir <= 7; ++dir) {
     EXPECT_EQ(getOppositeCurrDir(dir), dir < 0 ? 0 : opposite[dir]) << dir;
-  }
-
-  // The source flag maps by node kind; other flags leave the direction (here 6) alone.
-  const struct {
-    uint32_t viaType;
-    int flag;
-    int expected;
-  } flags[] = {{kraV, 1, 1},     {kraV, 0, 2},     {kraSquareVia, 1, 1}, {kraMetal, 1, 3},
-               {kraMetal, 0, 4}, {kraMetal, 2, 6}, {kraV, -1, 6}};
-  for (const auto& c : flags) {
-    SCOPED_TRACE(testing::Message() << c.viaType << " flag " << c.flag);
-    kraNode node;
-    node.viaType = c.viaType;
-    node.currentDir = kraViaInOutSecond;
-    node.setCurrentDir(c.flag);
-    EXPECT_EQ(node.currentDir, c.expected);
   }
 }
 
@@ -73,37 +56,6 @@ TEST(Network, NameIndexIsByteWiseAndKeepsTheLaterOfTwoNames) {
   EXPECT_EQ(network.findNode("c"), nullptr);
   EXPECT_EQ(names(network.getEdge("n2")->nodes()), "b a");
   EXPECT_EQ(network.createdNodeCount(), 7u);
-}
-
-TEST(Network, LayerStackIsReadInCompleteTriples) {
-  const struct {
-    std::vector<std::string> list;
-    std::string upper;  // "via=metal" pairs
-    std::string lower;
-  } cases[] = {
-      {{}, "", ""},
-      {{"V1", "M2"}, "", ""},
-      {{"V1", "M2", "M1", "V2"}, "V1=M2", "V1=M1"},
-      {{"V1", "M2", "M1", "V2", "M3", "M2"}, "V1=M2 V2=M3", "V1=M1 V2=M2"},
-      {{"V1", "M2", "M1", "V1", "M9", "M8"}, "V1=M9", "V1=M8"},
-  };
-  auto text = [](const std::map<std::string, std::string, std::less<>>& map) {
-    std::string out;
-    for (const auto& [via, metal] : map) {
-      out += (out.empty() ? "" : " ") + via + "=" + metal;
-    }
-    return out;
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(testing::PrintToString(c.list));
-    zeNetwork network(1.0, false);
-    network.setLayerStack({"OLD", "X", "Y"});
-    network.setLayerStack(c.list);
-    EXPECT_EQ(text(network.upperLayerOf), c.upper);
-    EXPECT_EQ(text(network.lowerLayerOf), c.lower);
-    EXPECT_EQ(network.isTopLayer("V1", "M2"), c.upper.starts_with("V1=M2"));
-    EXPECT_EQ(network.isBottomLayer("V1", "M1"), c.lower.starts_with("V1=M1"));
-  }
 }
 
 TEST(Network, LeafNodesHaveNoSameLayerNeighbourOnOneNet) {

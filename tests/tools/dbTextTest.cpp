@@ -1,9 +1,10 @@
+// The database text tool's record lines and dumped reals. Its real and integer fields are
+// cases of tests/data/app/rules.txt.
+
 #include <gtest/gtest.h>
 
 #include <bit>
 #include <cmath>
-#include <cstdlib>
-#include <limits>
 #include <random>
 #include <string>
 
@@ -14,49 +15,6 @@ namespace {
 
 using testing_support::ScratchDir;
 using testing_support::writeFile;
-
-TEST(DbText, RealsAndIntegersParseExactlyOrNotAtAll) {
-  // The parser, the text, and the value the C library reads from the last word ("no" where the
-  // text must be refused).
-  const std::string cases[][3] = {
-      {"real", "1e-9", "1e-9"},
-      {"real", "-0.25", "-0.25"},
-      {"real", "+3", "3"},
-      {"real", " 42 ", "42"},
-      {"real", "inf", "inf"},
-      {"real", "-inf", "-inf"},
-      {"real", "nan", "nan"},
-      {"real", "", "no"},
-      {"real", "+", "no"},
-      {"real", "+-1", "no"},
-      {"real", "1.5x", "no"},
-      {"real", "1,5", "no"},
-      {"real", "0x10", "no"},
-      {"real", "1e400", "no"},
-      {"int", "0", "0"},
-      {"int", "-1", "-1"},
-      {"int", "+7", "7"},
-      {"int", "9223372036854775807", "9223372036854775807"},
-      {"int", "-9223372036854775808", "-9223372036854775808"},
-      {"int", "9223372036854775808", "no"},
-      {"int", "1.0", "no"},
-      {"int", "", "no"},
-  };
-  for (const auto& [kind, text, expected] : cases) {
-    SCOPED_TRACE(kind + " '" + text + "'");
-    double real = 0.0;
-    int64_t integer = 0;
-    const bool ok =
-        kind == "real" ? kra2db::parseReal(text, real) : kra2db::parseInt64(text, integer);
-    ASSERT_EQ(ok, expected != "no");
-    if (ok && kind == "real") {
-      const double want = std::strtod(expected.c_str(), nullptr);
-      EXPECT_TRUE(std::isnan(want) ? std::isnan(real) : real == want) << real;
-    } else if (ok) {
-      EXPECT_EQ(integer, std::strtoll(expected.c_str(), nullptr, 10));
-    }
-  }
-}
 
 TEST(DbText, RecordLinesNameTheirFaults) {
   // Good lines, and a bad field in a file, are checked end to end (the kra2db_* cases).
