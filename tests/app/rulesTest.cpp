@@ -16,6 +16,7 @@
 #include <string>
 
 #include "analysis/sources.h"
+#include "app/analyzeNetlist.h"
 #include "dbText.h"
 #include "pgnet/emRelation.h"
 #include "pgnet/network.h"
@@ -109,6 +110,14 @@ const std::map<std::string, Rule>& rules() {
          node.currentDir = kraViaInOutSecond;
          node.setCurrentDir(std::stoi(std::string(words.at(1))));
          return std::to_string(node.currentDir);
+       }},
+      {"cadGrid",
+       [](const std::string& in) {
+         zeAnalyzeNetlist session;
+         session.dbuScale = 42.0;  // so that a grid left unset shows
+         const ArgList args{in};
+         EXPECT_EQ(session.processCadGridCmd(&args), 0);
+         return shortest(session.dbuScale);
        }},
       {"parseDouble", [](const std::string& in) { return number(in); }},
       {"parseDecimal",

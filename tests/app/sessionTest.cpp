@@ -1,16 +1,13 @@
 // What no command reaches: the severities no message uses, elapsed times that are not 0 (the
-// end-to-end driver hides them), the design units, and output files moved or closed twice.
+// end-to-end driver hides them), and output files moved or closed twice.
 // Everything else of the session and the log is covered by the end-to-end cases (cli_*).
 
 #include <gtest/gtest.h>
 
-#include <cstdint>
-#include <set>
 #include <string>
 
 #include "app/analyzeNetlist.h"
 #include "app/outputFile.h"
-#include "db/designGlobals.h"
 #include "support/testFiles.h"
 
 using testing_support::readFile;
@@ -31,23 +28,6 @@ TEST(Session, UnusedSeveritiesAndElapsedTime) {
   session.report_time(nullptr);
   EXPECT_EQ(testing::internal::GetCapturedStdout(),
             "f\ng\nINFO: ** kra2 analysis done ( time 3 sec )\n");
-}
-
-TEST(Session, DesignUnitsAndHighResistanceModels) {
-  EXPECT_EQ(hlm::global::getDBU(), 1000.0);
-  EXPECT_EQ(hlm::global::getGridResolution(), 2000.0);
-  hlm::global::setDBU(0.0);  // ignored
-  hlm::global::setDBU(2000);
-  EXPECT_EQ(hlm::global::getGridResolution(), 4000.0);
-  hlm::global::setDBU(1000.0);
-  hlm::global::addHighRModel("rhigh");
-  hlm::global::addHighRModel("rhigh");
-  std::set<std::string> models;
-  hlm::global::getHighRModel(models);
-  EXPECT_EQ(models.size(), 1u);
-  hlm::global::clearHighRModel();
-  EXPECT_EQ(hlm::global::getDesignBox().llx, INT64_MAX);
-  EXPECT_EQ(hlm::global::getDesignBox().ury, INT64_MIN);
 }
 
 TEST(Session, OutputFilesMovedOrClosedTwice) {

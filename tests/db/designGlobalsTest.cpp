@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <set>
 #include <string>
 
@@ -34,6 +35,8 @@ TEST(DesignGlobals, SetterRules) {
   global::clearHighRModel();
   global::getHighRModel(models);
   EXPECT_TRUE(models.empty());
+  EXPECT_EQ(global::getDesignBox().llx, INT64_MAX);  // an empty box until a design sets it
+  EXPECT_EQ(global::getDesignBox().ury, INT64_MIN);
 
   hlm::bufferLog log;
   log.setBufferLog(true);
