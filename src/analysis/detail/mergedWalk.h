@@ -99,9 +99,8 @@ inline bool sharesAxis(Samples x1, Samples x2, Samples y1, Samples y2) {
 /// end passes the stop time. Returns the last time reached; `windowStart` receives the left
 /// end of the first visited step.
 template <typename Walk, typename Visit>
-[[gnu::always_inline]] inline double walkWindow(Walk walk, const StatisticsSettings& settings,
-                                                double& windowStart, bool& visitedAny,
-                                                Visit visit) {
+double walkWindow(Walk walk, const StatisticsSettings& settings, double& windowStart,
+                  bool& visitedAny, Visit visit) {
   MergedPoint current = walk.first();
   MergedPoint next;
   double lastTime = current.t;
@@ -123,13 +122,10 @@ template <typename Walk, typename Visit>
 }
 
 /// walkWindow over the shared axis when both waveforms have one, else over the merged one.
-/// Always inlined: the loops stay in the measure, as they were when they were written there.
 template <typename Visit>
-[[gnu::always_inline]] inline double walkTwoWaveforms(Samples x1, Samples x2, Samples y1,
-                                                      Samples y2,
-                                                      const StatisticsSettings& settings,
-                                                      double& windowStart, bool& visitedAny,
-                                                      Visit visit) {
+double walkTwoWaveforms(Samples x1, Samples x2, Samples y1, Samples y2,
+                        const StatisticsSettings& settings, double& windowStart, bool& visitedAny,
+                        Visit visit) {
   if (sharesAxis(x1, x2, y1, y2)) {
     return walkWindow(SharedAxisWalk(x1, y1, y2), settings, windowStart, visitedAny, visit);
   }
