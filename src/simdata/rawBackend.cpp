@@ -145,6 +145,13 @@ class RawDataset : public FileDataset {
     return true;
   }
 
+  std::optional<StoredColumn> storedColumn(const Signal* signal) const override {
+    return storedVariable(idOf(signal));
+  }
+  std::optional<StoredColumn> storedScale() const override {
+    return hasAxis_ && !plot_.absoluteScale ? storedVariable(0) : std::nullopt;
+  }
+
   /// The scale's extent (over every run of a stepped plot, which also gets a "step"
   /// dimension counting its runs).
   const Sweep* sweep() const override {
@@ -193,6 +200,18 @@ class RawDataset : public FileDataset {
   std::unique_ptr<Value> valueOfSignal(int64_t id) const override {
     std::vector<std::unique_ptr<Value>> values = readColumns({static_cast<int>(id)});
     return values.empty() ? nullptr : std::move(values.front());
+  }
+
+  /// A variable of mapped binary data stored as float64 (or complex), viewed in place; the
+  /// runs of a stepped plot are not one waveform, so they are read as values instead.
+  std::optional<StoredColumn> storedVariable(int64_t id) const {
+    if (id < 0 || plot_.decoded || plot_.layout != raw::DataLayout::kBinary || plot_.stepped() ||
+        plot_.variables[static_cast<size_t>(id)].element == raw::Element::kFloat32) {
+      return std::nullopt;
+    }
+    const raw::Variable& variable = plot_.variables[static_cast<size_t>(id)];
+    return StoredColumn{file_, file_->bytes().data() + plot_.dataOffset + variable.offset,
+                        static_cast<size_t>(plot_.points), plot_.stride(static_cast<int>(id))};
   }
 
   /// Variables stored as float32 are kept so (type code 5); the scale is always real (the

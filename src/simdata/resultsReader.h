@@ -180,6 +180,17 @@ class Sweep {
   std::vector<SweepDimension> dimensions_;
 };
 
+/// Values of one signal where a dataset keeps them in memory (a mapped file), for callers
+/// that look at them in place instead of reading a value: `count` float64 values (the real
+/// parts of complex ones) `strideBytes` apart from `first`, exactly as stored (NaN stays NaN),
+/// valid while `owner` is held.
+struct StoredColumn {
+  std::shared_ptr<const void> owner;
+  const char* first = nullptr;
+  size_t count = 0;
+  size_t strideBytes = 0;
+};
+
 /// One analysis of a results directory.
 class Dataset {
  public:
@@ -214,6 +225,14 @@ class Dataset {
     static_cast<void>(visit);
     return false;
   }
+  /// Where a signal's values lie in place, or nothing when they are not stored as float64 in
+  /// memory the dataset keeps (the caller then reads the value).
+  virtual std::optional<StoredColumn> storedColumn(const Signal* signal) const {
+    static_cast<void>(signal);
+    return std::nullopt;
+  }
+  /// The same for the swept axis (time of a transient).
+  virtual std::optional<StoredColumn> storedScale() const { return std::nullopt; }
   /// Looks a signal up by either of its names.
   const Signal* findSignal(std::string_view name);
 };
