@@ -21,12 +21,13 @@ install(FILES README.md doc/copyright ${kra2_doc_build}/changelog.gz
 install(FILES examples/demo.cmd examples/demo.cir examples/demo.net examples/demo.raw
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 
-# The Python module, once a folder builds one as the target kra2_python, goes beside the
-# interpreter's other site packages; nothing is installed while there is none.
+# The Python package kra2 (the extension and its Python files) goes beside the interpreter's
+# other site packages; nothing is installed when the module is not built.
 if(TARGET kra2_python)
   set(KRA2_PYTHON_INSTALL_DIR ${CMAKE_INSTALL_LIBDIR}/python3/dist-packages
-      CACHE PATH "Where the Python module is installed, relative to the prefix")
-  install(TARGETS kra2_python LIBRARY DESTINATION ${KRA2_PYTHON_INSTALL_DIR})
+      CACHE PATH "Where the Python package is installed, relative to the prefix")
+  install(TARGETS kra2_python LIBRARY DESTINATION ${KRA2_PYTHON_INSTALL_DIR}/kra2)
+  install(FILES ${KRA2_PYTHON_FILES} DESTINATION ${KRA2_PYTHON_INSTALL_DIR}/kra2)
 endif()
 
 set(CPACK_GENERATOR DEB)

@@ -24,6 +24,19 @@ def run_example(kra2, examples, work):
         return handle.read()
 
 
+def check_python_package(build_dir, prefix, source_dir):
+    """When the Python module is built, the installed package imports and reads the example."""
+    if not os.path.isdir(os.path.join(build_dir, "python", "kra2")):
+        return
+    site = os.path.join(prefix, "lib", "python3", "dist-packages")
+    script = "import kra2, sys; print(kra2.open(sys.argv[1])['tran'].signals[1])"
+    demo = os.path.join(source_dir, "examples", "demo.raw")
+    out = subprocess.run([sys.executable, "-c", script, demo], check=True, text=True,
+                         capture_output=True, env=dict(os.environ, PYTHONPATH=site)).stdout
+    if out.strip() != "n1_1":
+        sys.exit(f"the installed Python package read {out!r}")
+
+
 def main():
     build_dir, source_dir = sys.argv[1], sys.argv[2]
     with tempfile.TemporaryDirectory(prefix="kra2-install-") as tmp:
@@ -41,6 +54,7 @@ def main():
                                 os.path.join(tmp, "installed"))
         built = run_example(os.path.join(build_dir, "kra2"),
                             os.path.join(source_dir, "examples"), os.path.join(tmp, "built"))
+        check_python_package(build_dir, prefix, source_dir)
         with open(os.path.join(source_dir, "examples", "demo.net")) as handle:
             instances = sum(1 for line in handle if line.strip())
         if installed != built or installed.count(b"\n") != instances:
