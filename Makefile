@@ -5,8 +5,11 @@ BUILD      ?= build
 ASAN_BUILD ?= build-asan
 JOBS       ?= $(shell nproc)
 CMAKE_ARGS ?=
+# Debian's interpreter, which has numpy and matplotlib (the report needs them).
+PYTHON     ?= /usr/bin/python3
 
-PACKAGES := cmake ninja-build g++ libgtest-dev libgmock-dev libcli11-dev python3 python3-numpy
+PACKAGES := cmake ninja-build g++ libgtest-dev libgmock-dev libcli11-dev python3 python3-numpy \
+            pybind11-dev python3-dev python3-matplotlib chromium
 
 .PHONY: deps configure build demo test test-sanitize bench clean fuzz fuzz-short fuzz-deps format format-check package
 
@@ -33,6 +36,10 @@ demo: build
 	@cat $(BUILD)/demo.log
 	@echo "---- results (examples/demo_result.txt, first lines) ----"
 	@head -n 8 examples/demo_result.txt
+	@if [ -d $(BUILD)/python/kra2 ]; then \
+	  PYTHONPATH=$(BUILD)/python $(PYTHON) -m kra2.report examples/demo_result.txt \
+	    --results examples/demo.raw --window 0 12e-9 -o $(BUILD)/demo_report.html; \
+	else echo "(the Python module is not built: no report)"; fi
 
 test: build
 	ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS)
