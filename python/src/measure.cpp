@@ -11,6 +11,7 @@
 #include <variant>
 #include <vector>
 
+#include "analysis/exactWindow.h"
 #include "analysis/netlist.h"
 #include "analysis/runLoop.h"
 #include "bindings.h"
@@ -59,6 +60,16 @@ int ignoreSignOf(const std::vector<std::string>& words) {
     }
   }
   return ignoreSign;
+}
+
+analysis::WindowMode windowModeOf(const std::string& window) {
+  if (window == "legacy") {
+    return analysis::WindowMode::kLegacy;
+  }
+  if (window == "exact") {
+    return analysis::WindowMode::kExact;
+  }
+  throw py::value_error("window takes legacy or exact, not " + window);
 }
 
 /// Loads the instances as loadNetlist does: from a netlist file, or from lines given as
@@ -156,7 +167,8 @@ py::dict resultColumns(const std::vector<zeInstance>& list) {
 
 py::dict measure(const py::object& analysisObject, const py::object& instances, double start,
                  double stop, double duration, const py::object& ignore, bool ac, bool acHalfPeak,
-                 bool recoveryFactor, std::optional<double> emRecoveryFactor) {
+                 bool recoveryFactor, std::optional<double> emRecoveryFactor,
+                 const std::string& window) {
   simdata::Dataset& dataset = datasetOf(analysisObject);
   zeNetlist netlist = loadInstances(instances, duration != 0.0);
   analysis::StatisticsSettings settings;
@@ -164,6 +176,7 @@ py::dict measure(const py::object& analysisObject, const py::object& instances, 
   settings.startTime = start;
   // As `run` does, so that a sample exactly at the stop time is inside the window.
   settings.stopTime = stop + 1e-12;
+  settings.windowMode = windowModeOf(window);
   settings.ignoreSign = ignoreSignOf(ignore.is_none() ? std::vector<std::string>()
                                      : py::isinstance<py::str>(ignore)
                                          ? std::vector<std::string>{ignore.cast<std::string>()}
@@ -174,6 +187,17 @@ py::dict measure(const py::object& analysisObject, const py::object& instances, 
   settings.recoveryFactor = recoveryFactor ? 1.0f : 0.0f;
   settings.emRecoveryFactorGiven = emRecoveryFactor.has_value();
   settings.emRecoveryFactor = static_cast<float>(emRecoveryFactor.value_or(1.0));
+  if (settings.windowMode == analysis::WindowMode::kExact) {
+    // The checks and messages of `run` in this mode; the window ends at `stop` as it is.
+    if (const char* conflict = analysis::exactWindowConflict(settings)) {
+      throw Error(std::string("kra2: windowMode exact cannot be combined with ") + conflict +
+                  "; run not done.");
+    }
+    if (stop < start) {
+      throw Error("kra2: run with windowMode exact needs a stop time not before the start time.");
+    }
+    settings.stopTime = stop;
+  }
   RunNotes notes;
   simdata::resetError();
   {
@@ -208,6 +232,7 @@ void bindMeasure(py::module_& module) {
              py::arg("stop"), py::kw_only(), py::arg("duration") = 0.0,
              py::arg("ignore") = py::none(), py::arg("ac") = false, py::arg("ac_half_peak") = false,
              py::arg("recovery_factor") = false, py::arg("em_recovery_factor") = py::none(),
+             py::arg("window") = "legacy",
              "The statistics of every instance over [start, stop], as `run` and `saveResult` "
              "give them: a dict of arrays keyed by the result file's columns.");
 }

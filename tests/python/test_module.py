@@ -86,29 +86,34 @@ SETTINGS = {"durationTime": lambda s, a: s.update(duration=float(a[0])),
             "ignore": lambda s, a: s.setdefault("ignore", []).append(a[0]),
             "ACAnlaysis": lambda s, a: s.update(ac=True),
             "recoveryFactorFlag": lambda s, a: s.update(recovery_factor=True),
-            "emRecoveryFactor": lambda s, a: s.update(em_recovery_factor=float(a[0]))}
-IGNORED = {"done", "displayAnalysis", "displaySignals", "selectAnalysis", "openSimData"}
+            "emRecoveryFactor": lambda s, a: s.update(em_recovery_factor=float(a[0])),
+            "windowMode": lambda s, a: s.update(window=a[0])}
+NO_ARGUMENT = {"ACAnlaysis", "recoveryFactorFlag"}
+IGNORED = {"done", "saveResultTable", "displayAnalysis", "displaySignals", "selectAnalysis", "openSimData"}
 
 
 def measure_case(case):
-    """The measure call of a case's command file, or None when it uses anything else."""
+    """The measure calls of a case's command file, as (call, settings, result file) for each
+    saveResult after a run, or None when the file uses anything measure does not take."""
     if not os.path.exists(os.path.join(case, "cmd")):
         return None
     with open(os.path.join(case, "cmd")) as handle:
         lines = [shlex.split(line) for line in handle if line.strip() and line[0] != "#"]
-    settings, call = {}, {}
+    settings, call, saves = {}, {}, []
     for word, *args in lines:
-        if word in SETTINGS and args[:1] != ["nil"]:
+        if word in SETTINGS and args[:1] != ["nil"] and (args or word in NO_ARGUMENT):
             SETTINGS[word](settings, args)
-        elif word in ("openSimData", "selectAnalysis", "loadNetlist", "saveResult") and args:
+        elif word in ("openSimData", "selectAnalysis", "loadNetlist") and args:
             if word in call:
                 return None
             call[word] = args[0]
-        elif word == "run" and len(args) == 2 and "run" not in call:
+        elif word == "run" and len(args) == 2:
             try:
-                call["run"] = [float(a) for a in args]
+                call["run"] = ([float(a) for a in args], dict(settings))
             except ValueError:  # strtod's prefixes ("3n") are the strict checks' business
                 return None
+        elif word == "saveResult" and args and "run" in call:
+            saves.append((dict(call, run=call["run"][0]), call["run"][1], args[0]))
         elif word not in IGNORED:
             return None
     env = os.path.join(case, "env")
@@ -117,10 +122,11 @@ def measure_case(case):
             names = [line.split("=")[0] for line in handle if line.strip()]
         if names != ["_kraUseOldACPeakMethod"]:
             return None
-        settings["ac_half_peak"] = True
-    if set(call) != {"openSimData", "selectAnalysis", "loadNetlist", "run", "saveResult"}:
+        for _, run_settings, _ in saves:
+            run_settings["ac_half_peak"] = True
+    if set(call) != {"openSimData", "selectAnalysis", "loadNetlist", "run"}:
         return None
-    return call, settings
+    return saves
 
 
 def measure_in(case, work, call, settings):
@@ -157,22 +163,21 @@ def test_measure():
     compared = 0
     for name in sorted(os.listdir(cases_dir)):
         case = os.path.join(cases_dir, name)
-        found = measure_case(case)
-        expected_file = found and os.path.join(case, "expected/files", found[0]["saveResult"])
-        if not found or not os.path.exists(expected_file):
-            continue
-        call, settings = found
-        with tempfile.TemporaryDirectory() as work:
-            got = measure_in(case, work, call, settings)
-        if got is None:
-            continue
-        expected = read_result_file(expected_file)
-        check(got["name"] == expected["name"], f"{name}: instances")
-        for column, values in expected.items():
-            if column != "name":
-                check(same_bits(got[column], values), f"{name}: {column}")
-        compared += 1
-    print(f"measure: {compared} end-to-end cases compared")
+        for call, settings, result in measure_case(case) or []:
+            expected_file = os.path.join(case, "expected/files", result)
+            if not os.path.exists(expected_file):
+                continue
+            with tempfile.TemporaryDirectory() as work:
+                got = measure_in(case, work, call, settings)
+            if got is None:
+                continue
+            expected = read_result_file(expected_file)
+            check(got["name"] == expected["name"], f"{name}: instances")
+            for column, values in expected.items():
+                if column != "name":
+                    check(same_bits(got[column], values), f"{name}: {column}")
+            compared += 1
+    print(f"measure: {compared} result files of end-to-end cases compared")
     check(compared >= 4, "measure: fewer end-to-end cases than expected")
     # Instances given as rows instead of a file, and the warning about missing signals.
     demo = kra2.open(os.path.join(SOURCE, "examples/demo.raw"))["tran"]
@@ -181,6 +186,9 @@ def test_measure():
         rows = kra2.measure(demo, [("r1", "n1_1", "n1_2"), ("r2", "nowhere", "0")], 0, 12e-9)
     check(list(rows["valid"]) == [True, False] and np.isnan(rows["peak"][1]), "rows: validity")
     check(any("nowhere" in str(w.message) for w in caught), "rows: missing signal warned")
+    expect_error(lambda: kra2.measure(demo, [("r1", "n1_1", "0")], 0, 1, window="exact", ac=True,
+                                      ac_half_peak=True),
+                 "kra2: windowMode exact cannot be combined with ", "exact window conflict")
     try:
         kra2.measure(demo, [("r1", "n1_1")], 0, 1)
         check(False, "a short netlist line raises")
