@@ -9,7 +9,14 @@ of `run`/`saveResult`, and EMIR databases.
 
 numpy is needed for the arrays, not for `import kra2`.
 """
-from ._kra2 import Analysis, Error, Results, measure
+import os as _os
+
+# The run's idle OpenMP threads sleep instead of spinning (as the kra2 executable arranges
+# for itself): on a shared machine spinning threads take the working ones' time. libgomp
+# reads the variable when the extension loads it, hence before the import below.
+_os.environ.setdefault("OMP_WAIT_POLICY", "passive")
+
+from ._kra2 import Analysis, Error, Results, measure  # noqa: E402
 from . import db
 
 __all__ = ["Analysis", "Error", "Results", "db", "measure", "open"]
