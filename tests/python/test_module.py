@@ -1,14 +1,14 @@
 #!/usr/bin/env python3
 """The kra2 Python module against independent readings of the same data.
 
-    test_module.py SOURCE_DIR
+    test_module.py SOURCE_DIR KRA2DB
 
 - arrays: every signal and the scale of binary raw files equal the file's bytes read with
   numpy (header parsed here, not by kra2), and are read-only views, not copies;
 - measure: every end-to-end case that runs and saves results with the settings measure takes
   gives, through kra2.measure, the numbers of its checked result file, bit for bit;
-- db: records written by kra2.db.write read back unchanged; failures raise kra2.Error with
-  the log's message.
+- db: records written by kra2.db.write read back unchanged, records written by kra2db from
+  text columns read in file order; failures raise kra2.Error with the log's message.
 """
 import os
 import shlex
@@ -27,6 +27,7 @@ except ImportError:
 import kra2
 
 SOURCE = os.path.abspath(sys.argv[1])
+KRA2DB = sys.argv[2]
 failures = []
 
 
@@ -186,6 +187,10 @@ def test_measure():
         rows = kra2.measure(demo, [("r1", "n1_1", "n1_2"), ("r2", "nowhere", "0")], 0, 12e-9)
     check(list(rows["valid"]) == [True, False] and np.isnan(rows["peak"][1]), "rows: validity")
     check(any("nowhere" in str(w.message) for w in caught), "rows: missing signal warned")
+    # The stop time as run takes it: a sample up to 1e-12 s after it is inside the window.
+    pair, sample = [("r1", "n2_2", "0"), ("r2", "n3_3", "n3_4")], demo.scale[100]
+    at, before = kra2.measure(demo, pair, 0, sample), kra2.measure(demo, pair, 0, sample - 5e-13)
+    check(all(same_bits(at[c], before[c]) for c in ("avg", "rms")), "stop time tolerance")
     expect_error(lambda: kra2.measure(demo, [("r1", "n1_1", "0")], 0, 1, window="exact", ac=True,
                                       ac_half_peak=True),
                  "kra2: windowMode exact cannot be combined with ", "exact window conflict")
@@ -224,6 +229,16 @@ def test_db():
         with open(path, "r+b") as handle:  # cut inside the EM block
             handle.truncate(os.path.getsize(path) - 5)
         expect_error(lambda: kra2.db.read(path), "kra2: ", "db: damaged file")
+        # Fields in file order, against a database that kra2db writes from text columns.
+        with open(os.path.join(tmp, "ir.tsv"), "w") as out:
+            out.write("n1\t1\t2\t3\t4e-09\t-0.5\t1e-09\nvdd/x\t-1\t-2\t-3\t-4\t5\t6\n")
+        with open(os.path.join(tmp, "em.tsv"), "w") as out:
+            out.write("R1\t1\t2\t3\t4\t5\t6\t7\n")
+        subprocess.run([KRA2DB, "write", "-q", path, "--ir", os.path.join(tmp, "ir.tsv"), "--em",
+                        os.path.join(tmp, "em.tsv"), "--start", "0", "--stop", "1e-6"], check=True)
+        back = kra2.db.read(path)
+        check([tuple(r)[1:] for r in back.ir] == [(1, 2, 3, 4e-9, -0.5, 1e-9), (-1, -2, -3, -4, 5, 6)]
+              and [tuple(r) for r in back.em] == [("R1", 1, 2, 3, 4, 5, 6, 7)], "db: field order")
     readme = os.path.join(SOURCE, "README.md")
     expect_error(lambda: kra2.db.read(readme),
                  f"kra2: The file '{readme}'is not a  EMIR database file.", "db: not a database")
