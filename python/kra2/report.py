@@ -1,13 +1,14 @@
 """An HTML report of a result file of `saveResult`, with plots:
 
-    python3 -m kra2.report RESULT [--results RAW [--analysis tran] [--netlist NET]]
-                           [--window START STOP] [--pg PG_DATA] -o report.html
+    python3 -m kra2.report RESULT [--em EM_REPORT] [--results RAW [--analysis tran]
+                           [--netlist NET]] [--window START STOP] [--pg PG_DATA] -o report.html
 
 One self-contained file (images inline): a summary (instances, failed, window, mode, worst
 peak, avg and rms), the 20 worst instances by each of peak, avg and rms, histograms of the
-three on a log scale, with --results the waveforms of the five worst instances by peak read
-back through kra2, and with --pg (PG data: name layer net1 net2 x y ...) a map of the grid
-coloured by each piece's average.
+three on a log scale, with --em (the violations report of checkEM) the verdict counts and the
+20 worst instances by EM ratio, with --results the waveforms of the five worst instances by
+peak read back through kra2, and with --pg (PG data: name layer net1 net2 x y ...) a map of
+the grid coloured by each piece's average, or by its worst EM ratio with --em.
 """
 import argparse
 import base64
@@ -122,9 +123,43 @@ def waveform_section(results, raw, analysis_name, window):
             image(reportFigures.waveforms(curves, window), "waveforms"))
 
 
-def grid_section(results, pg_path):
+def read_em_report(path):
+    """The rows of a checkEM violations report as dicts keyed by its column names (the
+    comment line that starts with "#name"), in the report's order (worst first)."""
+    columns, rows = None, []
+    with open(path, encoding="utf-8", errors="replace") as handle:
+        for line in handle:
+            fields = line.rstrip("\n").split("\t")
+            if line.startswith("#name"):
+                columns = [fields[0][1:]] + fields[1:]
+            elif not line.startswith("#") and columns and len(fields) == len(columns):
+                rows.append(dict(zip(columns, fields)))
+    if columns is None:
+        sys.exit(f"{path}: no column line (#name ...): not a checkEM report")
+    return rows
+
+
+def em_section(rows):
+    counts = {}
+    for row in rows:
+        counts[row["verdict"]] = counts.get(row["verdict"], 0) + 1
+    summary_rows = [(verdict, count) for verdict, count in counts.items()]
+    ranked = [r for r in rows if r["ratio_worst"] != "NaN"][:TOP]
+    worst_rows = [(rank, r["name"], r["layer"], r["verdict"], number(float(r["ratio_worst"])),
+                   number(float(r["ratio_avg"])), number(float(r["ratio_rms"])),
+                   number(float(r["ratio_peak"])))
+                  for rank, r in enumerate(ranked, 1)]
+    return ("<h2>Electromigration</h2>" + table(["verdict", "instances"], summary_rows) +
+            f"<h3>The {TOP} worst instances by EM ratio</h3>" +
+            table(["#", "instance", "layer", "verdict", "worst ratio", "avg", "rms", "peak"],
+                  worst_rows))
+
+
+def grid_section(results, pg_path, em_rows=None):
     import numpy as np
     by_name = {name: k for k, name in enumerate(results["name"])}
+    ratio = {r["name"]: float(r["ratio_worst"]) for r in em_rows or []
+             if r["ratio_worst"] != "NaN"}
     x, y, values = [], [], []
     with open(pg_path, encoding="utf-8", errors="replace") as handle:
         for line in handle:
@@ -132,14 +167,17 @@ def grid_section(results, pg_path):
             if len(fields) < 9:
                 continue
             k = by_name.get(fields[0])
-            if k is not None and results["valid"][k]:
+            value = ratio.get(fields[0]) if em_rows else (
+                results["avg"][k] if k is not None and results["valid"][k] else None)
+            if value is not None:
                 x.append(float(fields[4]))
                 y.append(float(fields[5]))
-                values.append(results["avg"][k])
+                values.append(value)
     if not values:
-        return "<h2>Power grid</h2><p>No piece of the PG data names an analysed instance.</p>"
+        return "<h2>Power grid</h2><p>No piece of the PG data names a measured instance.</p>"
+    label = "worst EM ratio" if em_rows else "avg"
     return "<h2>Power grid</h2>" + image(
-        reportFigures.grid_map(np.array(x), np.array(y), np.array(values), "avg"), "grid map")
+        reportFigures.grid_map(np.array(x), np.array(y), np.array(values), label), "grid map")
 
 
 STYLE = """body{font-family:sans-serif;margin:2em;color:#222}
@@ -154,10 +192,13 @@ def render(args):
              "<h2>Summary</h2>", table(["", ""], summary(results, window)),
              f"<h2>The {TOP} worst instances</h2>", worst_tables(results),
              "<h2>Distributions</h2>", image(reportFigures.histograms(results), "histograms")]
+    em_rows = read_em_report(args.em) if args.em else None
+    if em_rows is not None:
+        parts.append(em_section(em_rows))
     if args.results:
         parts.append(waveform_section(results, args.results, args.analysis, window))
     if args.pg:
-        parts.append(grid_section(results, args.pg))
+        parts.append(grid_section(results, args.pg, em_rows))
     return ("<!DOCTYPE html><html><head><meta charset=\"utf-8\"><title>kra2 report</title>"
             f"<style>{STYLE}</style></head><body>{''.join(parts)}</body></html>\n")
 
@@ -167,6 +208,7 @@ def main(argv=None):
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("result", help="result file of saveResult")
     parser.add_argument("-o", "--output", required=True, help="the HTML file to write")
+    parser.add_argument("--em", help="the violations report of checkEM")
     parser.add_argument("--results", help="the simulation results the run read")
     parser.add_argument("--analysis", default="tran", help="analysis of --results (tran)")
     parser.add_argument("--netlist", help="accepted for symmetry with the run; the result "

@@ -40,6 +40,22 @@ def expected_summary(result_path):
     return texts
 
 
+def check_em_and_grid(work, data, failures):
+    """--em and --pg: a hand-made violations report and PG data of three demo resistors."""
+    report = os.path.join(work, "em.html")
+    subprocess.run([sys.executable, "-m", "kra2.report", "demo_result.txt", "--em",
+                    os.path.join(data, "em_report.txt"), "--pg", os.path.join(data, "pg_data.txt"),
+                    "-o", report], cwd=work, check=True, stdout=subprocess.DEVNULL)
+    page = open(report).read()
+    for text in ("<td>FAIL</td><td>1</td></tr><tr><td>PASS</td><td>1</td></tr><tr><td>NO_GEOMETRY"
+                 "</td><td>1</td>", "<td>1</td><td>rh1_1</td><td>M1</td><td>FAIL</td><td>2</td>",
+                 "<td>2</td><td>rv1_1</td><td>M2</td><td>PASS</td><td>0.2</td>"):
+        if text not in page:
+            failures.append(f"the EM section lacks {text}")
+    if "rfeed_a</td><td>-" in page or page.count("data:image/png;base64,") != 2:
+        failures.append("the EM ranking holds an instance without ratio, or the grid map is missing")
+
+
 def main():
     kra2_exe, source = sys.argv[1], os.path.abspath(sys.argv[2])
     if not os.path.exists(CHROMIUM):
@@ -63,6 +79,7 @@ def main():
                 failures.append(f"the rendered page lacks {text}")
         if page.count("data:image/png;base64,") != 2:
             failures.append("the page should hold two inline images (histograms, waveforms)")
+        check_em_and_grid(work, os.path.join(source, "tests/data/python"), failures)
         png = os.path.join(work, "report.png")
         chromium("--window-size=1200,2400", f"--screenshot={png}", "file://" + report)
         pixels = matplotlib.image.imread(png)[:, :, :3]
