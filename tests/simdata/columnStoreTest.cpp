@@ -9,7 +9,6 @@
 #include <cstring>
 #include <filesystem>
 #include <limits>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -60,26 +59,12 @@ bool sameBits(double a, double b) {
   return std::bit_cast<uint64_t>(a) == std::bit_cast<uint64_t>(b);
 }
 
-/// Sets the column-store budget variable for the life of the object, then restores it.
-class ScopedBudget {
- public:
-  ScopedBudget() {
-    const char* saved = std::getenv(simdata::raw::kColumnStoreMemoryVariable);
-    saved_ = saved != nullptr ? std::optional<std::string>(saved) : std::nullopt;
-  }
-  ~ScopedBudget() {
-    if (saved_) {
-      setenv(simdata::raw::kColumnStoreMemoryVariable, saved_->c_str(), 1);
-    } else {
-      unsetenv(simdata::raw::kColumnStoreMemoryVariable);
-    }
-  }
+/// Sets the column-store budget variable; unset again when the object dies.
+struct ScopedBudget {
+  ~ScopedBudget() { unsetenv(simdata::raw::kColumnStoreMemoryVariable); }
   void set(const char* megabytes) {
     setenv(simdata::raw::kColumnStoreMemoryVariable, megabytes, 1);
   }
-
- private:
-  std::optional<std::string> saved_;
 };
 
 TEST(ColumnStore, TransposesEveryColumnInMemoryAndInAFile) {
