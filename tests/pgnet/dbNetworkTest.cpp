@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <deque>
+#include <map>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -51,119 +53,47 @@ kraDB::EMRecord record(double avg, int64_t term1, int64_t term2) {
   return {.name = "", .avg = avg, .term1 = term1, .term2 = term2};
 }
 
-TEST(DBNetworkDirections, NetMappingAndDirection) {
-  // A chain of resistors a-b-c-d whose records number the nodes 1..4, with R2 written the
-  // other way round (its net1 is c, which the records call 3, its record's second node).
-  kraDB::EMRecord r1 = record(1.0, 1, 2);
-  kraDB::EMRecord r2 = record(1.0, 2, 3);
-  kraDB::EMRecord r3 = record(-1.0, 3, 4);
-  kraDB::EMRecord r4 = record(-1.0, 4, 3);
-  kraDBNetwork network;
-  network.addNode("R1", 0, "a", "b", 0, 0).record = &r1;
-  network.addNode("R2", 0, "c", "b", 0, 0).record = &r2;
-  network.addNode("R3", 0, "c", "d", 0, 0).record = &r3;
-  // R4 parallels R3 with its record numbered the other way: same nets, swapped numbers.
-  network.addNode("R4", 0, "c", "d", 0, 0).record = &r4;
-  // Without a record: never mapped, direction unknown.
-  network.addNode("R5", 0, "d", "e", 0, 0);
-  // Name-only: no nets to try.
-  kraDB::EMRecord r6 = record(-1.0, 1, 2);
-  network.addNode("R6", 0).record = &r6;
-  network.evalCurrDir();
-  const struct {
-    const char* name;
-    bool swapped;
-    bool n1toN2;
-    int currDir;
-  } expected[] = {
-      // R1: net1 a touches no other resistor; net2 b meets R2, which uses number 2 too.
-      {"R1", false, true, 1},
-      // R2: net1 c and its first number 2 share no resistor; c and 3 share R3 and R4.
-      {"R2", true, false, 0},
-      // R3: c with 3 (R2, R4) decides: not swapped; the negative current flows d to c.
-      {"R3", false, false, 0},
-      // R4: c with its first number 4 shares R3 (on c, using 4): not swapped either,
-      // although R4's record is numbered the other way round from R3's.
-      {"R4", false, false, 0},
-      {"R5", false, true, -1},
-      {"R6", false, false, 0},
-  };
-  for (size_t i = 0; i < std::size(expected); ++i) {
-    SCOPED_TRACE(expected[i].name);
-    EXPECT_EQ(network[i].swapped, expected[i].swapped);
-    EXPECT_EQ(network[i].isN1toN2(), expected[i].n1toN2);
-    EXPECT_EQ(network[i].currDir, expected[i].currDir);
-  }
-  EXPECT_EQ(network.nodesOnNet("c").size(), 3u);
-  EXPECT_TRUE(network.nodesOnNet("zz").empty());
-  EXPECT_EQ(
-      std::vector<uint32_t>(network.nodesUsingNumber(3).begin(), network.nodesUsingNumber(3).end()),
-      (std::vector<uint32_t>{1, 2, 3}));
-}
-
-TEST(DBNetworkDirections, PairingOrder) {
-  // Node 0 on nets x, y with numbers 10, 20. Helper nodes put one other resistor on a net and
-  // a number; each row says which pairings hold and what node 0 ends up with.
-  const struct {
-    const char* what;
-    bool net1First, net1Second, net2Second, net2First;
-    bool swapped;
-  } cases[] = {
-      {"none", false, false, false, false, false},
-      {"net1 with the first node", true, false, false, false, false},
-      {"net1 with the second node", false, true, false, false, true},
-      {"net2 with the second node", false, false, true, false, false},
-      {"net2 with the first node", false, false, false, true, true},
-      {"net1 before net2", false, true, true, false, true},
-      {"same-numbered node first", true, true, false, false, false},
-      {"net2 with the same-numbered node first", false, false, true, true, false},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.what);
-    kraDB::EMRecord own = record(1.0, 10, 20);
-    std::vector<kraDB::EMRecord> helpers;
-    helpers.reserve(4);
+TEST(DBNetworkDirections, CasesOfTheTable) {
+  for (const auto& c : testing_support::readCaseTable("pgnet/db_network_directions.txt")) {
+    SCOPED_TRACE(c.name + " (line " + std::to_string(c.line) + ")");
+    std::deque<kraDB::EMRecord> records;
     kraDBNetwork network;
-    network.addNode("R0", 0, "x", "y", 0, 0).record = &own;
-    auto helper = [&](const char* net, int64_t number) {
-      helpers.push_back(record(1.0, number, 1000 + static_cast<int64_t>(helpers.size())));
-      network.addNode("H", 0, net, "elsewhere" + std::to_string(helpers.size()), 0, 0).record =
-          &helpers.back();
-    };
-    if (c.net1First) helper("x", 10);
-    if (c.net1Second) helper("x", 20);
-    if (c.net2Second) helper("y", 20);
-    if (c.net2First) helper("y", 10);
+    for (const std::vector<std::string>& w : c.all("node")) {
+      ASSERT_TRUE(w.size() == 3 || w.size() == 6);
+      kraDBNode& node =
+          w[1] == "-" ? network.addNode(w[0], 0) : network.addNode(w[0], 0, w[1], w[2], 0, 0);
+      if (w.size() == 6) {
+        node.record = &records.emplace_back(
+            record(testing_support::toNumber(w[3]), std::stoll(w[4]), std::stoll(w[5])));
+      }
+    }
     network.evalCurrDir();
-    EXPECT_EQ(network[0].swapped, c.swapped);
-  }
-}
-
-TEST(DBNetworkDirections, NegativeNumbersAndEmptyNetsAreNotTried) {
-  {
-    // R0 and R1 share net x and number -1: tried, x with R0's second number would swap it.
-    kraDB::EMRecord r0 = record(1.0, 5, -1);
-    kraDB::EMRecord r1 = record(1.0, 7, -1);
-    kraDBNetwork network;
-    network.addNode("R0", 0, "x", "y", 0, 0).record = &r0;
-    network.addNode("R1", 0, "x", "q", 0, 0).record = &r1;
-    network.evalCurrDir();
-    EXPECT_FALSE(network[0].swapped);
-    EXPECT_FALSE(network[1].swapped);
-  }
-  {
-    // R0 and R1 both have an empty net1 and share number 5: tried, the empty net with R0's
-    // second number would swap it. Its net2 x with 5 (R2 is on x and uses 5) decides instead.
-    kraDB::EMRecord r0 = record(1.0, 9, 5);
-    kraDB::EMRecord r1 = record(1.0, 11, 5);
-    kraDB::EMRecord r2 = record(1.0, 5, 13);
-    kraDBNetwork network;
-    network.addNode("R0", 0, "", "x", 0, 0).record = &r0;
-    network.addNode("R1", 0, "", "z", 0, 0).record = &r1;
-    network.addNode("R2", 0, "x", "w", 0, 0).record = &r2;
-    network.evalCurrDir();
-    EXPECT_FALSE(network[0].swapped);
-    EXPECT_TRUE(network.nodesOnNet("").empty());
+    for (const std::vector<std::string>& w : c.all("want")) {
+      size_t i = 0;
+      while (i < network.size() && network[i].name != w.at(0)) {
+        ++i;
+      }
+      ASSERT_LT(i, network.size()) << w[0];
+      const std::map<std::string, double> actual = {{"swapped", network[i].swapped},
+                                                    {"n1toN2", network[i].isN1toN2()},
+                                                    {"dir", network[i].currDir}};
+      for (size_t k = 1; k < w.size(); ++k) {
+        const std::string field = w[k].substr(0, w[k].find('='));
+        EXPECT_EQ(actual.at(field), testing_support::toNumber(w[k].substr(field.size() + 1)))
+            << w[0] << " " << field;
+      }
+    }
+    for (const std::vector<std::string>& w : c.all("onNet")) {
+      EXPECT_EQ(network.nodesOnNet(w.at(0)).size(), std::stoul(w.at(1))) << w[0];
+    }
+    for (std::vector<std::string> w : c.all("usingNumber")) {
+      std::vector<std::string> nodes;
+      for (uint32_t n : network.nodesUsingNumber(std::stoll(w.at(0)))) {
+        nodes.push_back(std::to_string(n));
+      }
+      w.erase(w.begin());
+      EXPECT_EQ(nodes, w);
+    }
   }
 }
 
