@@ -5,8 +5,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <deque>
-#include <fstream>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -16,6 +14,7 @@
 #include "pgnet/dbNetwork.h"
 #include "pgnet/network.h"
 #include "pgnet/networkBuilder.h"
+#include "support/caseTable.h"
 
 using pgnet_test::build;
 
@@ -25,59 +24,40 @@ using Currents = std::vector<pgnet::InstanceCurrent>;
 
 const std::vector<std::string> kStack = {"V1", "M2", "M1", "V2", "M3", "M2"};
 
-struct GridCase {
-  std::string what, pieces;  // pieces as "name net1 net2 length width layer via x y; ..."
-  Currents changes;
-  std::string expected;
-};
-
-/// The base strip and currents and the cases of the table.
-struct GridTable {
-  std::string strip;
-  Currents currents;
-  std::vector<GridCase> cases;
-  std::deque<std::string> names;  // the instance names the currents point into
-};
-
-GridTable readTable() {
-  std::ifstream file(KRA2_SOURCE_DIR "/tests/data/pgnet/power_grids.txt");
-  GridTable table;
-  for (std::string line; std::getline(file, line);) {
-    std::istringstream in(line);
-    std::string word, rest;
-    in >> word;
-    std::getline(in >> std::ws, rest);
-    if (word == "case") {
-      table.cases.push_back({rest, "", {}, ""});
-    } else if (word == "strip") {
-      table.strip += rest + ";";
-    } else if (word == "piece") {
-      table.cases.back().pieces += rest + ";";
-    } else if (word == "current") {
-      pgnet::InstanceCurrent current;
-      std::istringstream fields(rest);
-      fields >> table.names.emplace_back() >> current.direction >> current.current;
-      current.name = table.names.back();
-      (table.cases.empty() ? table.currents : table.cases.back().changes).push_back(current);
-    } else if (word == "out") {
-      std::istringstream fields(rest);
-      for (std::string field; fields >> field;) {
-        table.cases.back().expected += field + "\t";
-      }
-      table.cases.back().expected += "\n";
-    }
-  }
-  return table;
+/// The cases of tests/data/pgnet/power_grids.txt; the first, "base", draws the strip and its
+/// currents, which the others edit.
+const std::vector<testing_support::TableCase>& table() {
+  static const std::vector<testing_support::TableCase> kTable =
+      testing_support::readCaseTable("pgnet/power_grids.txt");
+  return kTable;
 }
 
-const GridTable& table() {
-  static const GridTable kTable = readTable();
-  return kTable;
+/// The "name ..." items of the key's lines, each ended by ';'.
+std::string items(const testing_support::TableCase& c, const std::string& key) {
+  std::string text;
+  for (const std::vector<std::string>& words : c.all(key)) {
+    for (const std::string& word : words) {
+      text += word + " ";
+    }
+    text += ";";
+  }
+  return text;
+}
+
+/// The currents a case lists (their names point into the table, hence no copy of the words).
+Currents currentsOf(const testing_support::TableCase& c) {
+  Currents currents;
+  if (c.has("current")) {
+    for (const std::vector<std::string>& w : c.fields.at("current")) {
+      currents.push_back({w.at(0), std::stoi(w.at(1)), std::stod(w.at(2))});
+    }
+  }
+  return currents;
 }
 
 /// The base currents with each change replacing the instance of its name or added after them.
 Currents changed(const Currents& changes) {
-  Currents currents = table().currents;
+  Currents currents = currentsOf(table().front());
   for (const pgnet::InstanceCurrent& change : changes) {
     auto it = std::find_if(currents.begin(), currents.end(),
                            [&](const auto& c) { return c.name == change.name; });
@@ -93,7 +73,7 @@ Currents changed(const Currents& changes) {
 /// The base strip with each changed piece in place of the piece of its name; pieces of new
 /// names are made before the strip.
 std::string withPieces(const std::string& changes) {
-  auto items = [](const std::string& text) {
+  auto split = [](const std::string& text) {
     std::vector<std::pair<std::string, std::string>> list;  // name, item
     std::istringstream in(text);
     for (std::string item, name; std::getline(in, item, ';');) {
@@ -102,9 +82,9 @@ std::string withPieces(const std::string& changes) {
     }
     return list;
   };
-  auto changed = items(changes);
+  auto changed = split(changes);
   std::string strip;
-  for (const auto& [name, item] : items(table().strip)) {
+  for (const auto& [name, item] : split(items(table().front(), "strip"))) {
     auto it = std::find_if(changed.begin(), changed.end(),
                            [&](const auto& change) { return change.first == name; });
     strip += ";" + (it != changed.end() ? std::exchange(it->second, "") : item);
@@ -116,7 +96,7 @@ std::string withPieces(const std::string& changes) {
   return before + strip;
 }
 
-std::unique_ptr<zeNetwork> baseNetwork(const std::string& pieces = table().strip) {
+std::unique_ptr<zeNetwork> baseNetwork(const std::string& pieces = withPieces("")) {
   auto network = std::make_unique<zeNetwork>(1.0, false);
   build(*network, pieces);
   network->setLayerStack(kStack);
@@ -124,17 +104,25 @@ std::unique_ptr<zeNetwork> baseNetwork(const std::string& pieces = table().strip
 }
 
 TEST(PowerGrids, StripsBetweenTerminalVias) {
-  ASSERT_EQ(table().cases.size(), 16u);
-  for (const GridCase& c : table().cases) {
-    SCOPED_TRACE(c.what);
-    auto network = baseNetwork(withPieces(c.pieces));
+  ASSERT_EQ(table().size(), 17u);
+  for (size_t i = 1; i < table().size(); ++i) {
+    const testing_support::TableCase& c = table()[i];
+    SCOPED_TRACE(c.name);
+    auto network = baseNetwork(withPieces(items(c, "piece")));
     pgnet::PGSessionData data;
     data.cadGrid = 0.001;
-    data.instances = changed(c.changes);
+    data.instances = changed(currentsOf(c));
     EXPECT_TRUE(network->processPG(&data, nullptr));
     std::ostringstream out;
     network->writePGData(out);
-    EXPECT_EQ(out.str(), c.expected);
+    std::string expected;  // the "out" lines' fields, each followed by a tab
+    for (const std::vector<std::string>& words : c.all("out")) {
+      for (const std::string& word : words) {
+        expected += word + "\t";
+      }
+      expected += "\n";
+    }
+    EXPECT_EQ(out.str(), expected);
   }
 }
 
