@@ -12,17 +12,22 @@
 #include <functional>
 #include <iterator>
 #include <map>
+#include <optional>
 #include <sstream>
 #include <string>
 
+#include "analysis/settings.h"
 #include "analysis/sources.h"
 #include "app/analyzeNetlist.h"
 #include "dbText.h"
 #include "pgnet/emRelation.h"
 #include "pgnet/network.h"
 #include "simdata/analysisFilter.h"
+#include "simdata/memoryResults.h"
 #include "simdata/rawBackend.h"
+#include "simdata/timeRange.h"
 #include "support/caseTable.h"
+#include "support/testFiles.h"
 #include "support/text.h"
 
 namespace {
@@ -30,7 +35,8 @@ namespace {
 constexpr double kUntouched = -12345.0;  // what a refused number leaves in place
 
 /// The shortest text that reads back as the value; "nan" for any NaN.
-std::string shortest(double value) {
+template <typename Real>
+std::string shortest(Real value) {
   char text[32];
   return std::isnan(value) ? "nan" : std::string(text, std::to_chars(text, text + 32, value).ptr);
 }
@@ -54,6 +60,66 @@ std::string filtered(const std::string& type, bool includeAll) {
   const bool kept = simdata::analysisFilter(type);
   unsetenv("_kraIncludeAllAnalysis");
   return kept ? "kept" : "left out";
+}
+
+/// The time window of a sweep written as "name type min max, name none, ...".
+std::string sweepTime(const std::string& text) {
+  if (text == "null") {
+    return simdata::sweepTimeRange(nullptr) ? "a window" : "none";
+  }
+  simdata::Sweep sweep;
+  std::istringstream dimensions(text);
+  for (std::string dimension; std::getline(dimensions, dimension, ',');) {
+    std::istringstream words(dimension);
+    std::string name, type;
+    simdata::Range range;
+    words >> name >> type >> range.min >> range.max;
+    range.dataType = type == "none" ? 0 : std::stoi(type);
+    sweep.add({name, type == "none" ? std::nullopt : std::optional(range)});
+  }
+  const auto window = simdata::sweepTimeRange(&sweep);
+  return window ? shortest(window->start) + " " + shortest(window->stop) : "none";
+}
+
+/// The window indices on "start stop : axis", the same on a double and a float axis.
+std::string timeIndices(const std::string& text) {
+  std::istringstream words(text);
+  double start = 0.0, stop = 0.0;
+  std::string colon, word;
+  words >> start >> stop >> colon;
+  std::vector<double> axis;
+  while (words >> word) {
+    axis.push_back(std::strtod(word.c_str(), nullptr));
+  }
+  const simdata::MemoryVector doubles("time", "s", axis);
+  const simdata::MemoryVector floats("time", "s", std::vector<float>(axis.begin(), axis.end()));
+  std::string found[2];
+  for (const simdata::MemoryVector* vector : {&doubles, &floats}) {
+    int first = -5, last = -5;
+    simdata::timeRangeIndices(text == "null" ? nullptr : vector, start, stop, first, last);
+    found[vector == &floats] = std::to_string(first) + " " + std::to_string(last);
+  }
+  return found[0] == found[1] ? found[0] : found[0] + " but " + found[1] + " on floats";
+}
+
+/// What a command file of setting commands leaves in the session.
+std::string settingCommands(const std::string& commands) {
+  testing_support::ScratchDir dir;
+  testing_support::writeFile(dir.file("cmd"), commands + "\n");
+  analysis::processSettings() = {};
+  zeAnalyzeNetlist session;
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(session.init(dir.file("cmd").c_str(), dir.file("log").c_str(), false), 0);
+  EXPECT_EQ(session.processCommandFile(), 0);
+  testing::internal::GetCapturedStdout();
+  const analysis::ProcessSettings settings = analysis::processSettings();
+  analysis::processSettings() = {};
+  return "duration=" + shortest(session.durationTime) +
+         " emGiven=" + std::to_string(settings.emRecoveryFactorGiven) +
+         " emFactor=" + shortest(settings.emRecoveryFactor) +
+         " recovery=" + shortest(settings.recoveryFactor) +
+         " flag=" + std::to_string(session.recoveryFactorFlag) +
+         " qxf=" + std::to_string(session.dataType == zeNetlist::eQXF);
 }
 
 using Rule = std::function<std::string(const std::string&)>;
@@ -140,6 +206,9 @@ const std::map<std::string, Rule>& rules() {
          int64_t value = 0;
          return kra2db::parseInt64(in, value) ? std::to_string(value) : "refused";
        }},
+      {"sweepTime", sweepTime},
+      {"timeIndices", timeIndices},
+      {"settingCommands", settingCommands},
       {"parseInteger", integerOrRefused<int32_t>},
       {"parseInteger64", integerOrRefused<int64_t>},
   };

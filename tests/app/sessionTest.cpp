@@ -1,5 +1,6 @@
 // What no command reaches: the severities no message uses, elapsed times that are not 0 (the
-// end-to-end driver hides them), and output files moved or closed twice.
+// end-to-end driver hides them), a command file read before init, and output files moved or
+// closed twice. What the setting commands leave behind are cases of tests/data/app/rules.txt.
 // Everything else of the session and the log is covered by the end-to-end cases (cli_*).
 
 #include <gtest/gtest.h>
@@ -28,6 +29,11 @@ TEST(Session, UnusedSeveritiesAndElapsedTime) {
   session.report_time(nullptr);
   EXPECT_EQ(testing::internal::GetCapturedStdout(),
             "f\ng\nINFO: ** kra2 analysis done ( time 3 sec )\n");
+}
+
+TEST(Session, CommandFileNeedsInit) {
+  zeAnalyzeNetlist unopened;
+  EXPECT_EQ(unopened.processCommandFile(), 1);
 }
 
 TEST(Session, OutputFilesMovedOrClosedTwice) {
