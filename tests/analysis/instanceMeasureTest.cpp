@@ -1,10 +1,8 @@
-// From reader values to kernel inputs: element types, NaN, nested sweeps, the dispatch by
-// signal index and the DC difference.
+// From reader values to kernel inputs: nested sweeps, the dispatch by signal index and the DC
+// difference. Element types and NaN (samplesOf) are cases of tests/data/app/rules.txt.
 
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <limits>
 #include <memory>
 #include <vector>
 
@@ -19,53 +17,6 @@ using simdata::MemoryVector;
 
 std::shared_ptr<MemoryVector> doubles(std::vector<double> values) {
   return std::make_shared<MemoryVector>("v", "", std::move(values));
-}
-
-TEST(SamplesOf, ConvertsEveryElementTypeLikeTheReader) {
-  std::vector<double> scratch;
-  EXPECT_FALSE(samplesOf(nullptr, scratch).present());
-
-  const double nan = std::numeric_limits<double>::quiet_NaN();
-  struct Case {
-    const char* name;
-    std::shared_ptr<MemoryVector> vector;
-    std::vector<double> expected;
-    bool ownMemory;
-  };
-  auto overridden = doubles({1, 2});
-  overridden->setTypeOverride(simdata::kComplex);
-  const Case cases[] = {
-      {"doubles", doubles({1.5, -2}), {1.5, -2}, true},
-      {"doubles with NaN", doubles({1, nan, 3}), {1, 0, 3}, false},
-      {"floats",
-       std::make_shared<MemoryVector>("f", "", std::vector<float>{0.1f, nanf("")}),
-       {static_cast<double>(0.1f), 0},
-       false},
-      {"ints",
-       std::make_shared<MemoryVector>("i", "", std::vector<int32_t>{-3, 4}),
-       {-3, 4},
-       false},
-      {"bytes",
-       std::make_shared<MemoryVector>("b", "", std::vector<int8_t>{-128, 5}),
-       {-128, 5},
-       false},
-      {"other kind", overridden, {0, 0}, false},
-      {"empty", doubles({}), {}, false},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    const Samples samples = samplesOf(c.vector.get(), scratch);
-    ASSERT_TRUE(samples.present());
-    ASSERT_EQ(samples.size(), static_cast<int>(c.expected.size()));
-    for (int i = 0; i < samples.size(); ++i) {
-      EXPECT_EQ(samples[i], c.expected[i]);
-    }
-    EXPECT_EQ(samples[-1], 0.0);
-    EXPECT_EQ(samples[samples.size()], 0.0);
-    if (c.ownMemory) {
-      EXPECT_EQ(samples.data(), c.vector->doubles().data());
-    }
-  }
 }
 
 class Dispatch : public testing::Test {

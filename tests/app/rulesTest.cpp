@@ -12,10 +12,12 @@
 #include <functional>
 #include <iterator>
 #include <map>
+#include <memory>
 #include <optional>
 #include <sstream>
 #include <string>
 
+#include "analysis/instanceMeasure.h"
 #include "analysis/settings.h"
 #include "analysis/sources.h"
 #include "app/analyzeNetlist.h"
@@ -122,6 +124,41 @@ std::string settingCommands(const std::string& commands) {
          " qxf=" + std::to_string(session.dataType == zeNetlist::eQXF);
 }
 
+/// The samples the statistics take from a vector written as "<type> <values>".
+std::string samplesOf(const std::string& text) {
+  std::istringstream words(text);
+  std::string type, word;
+  words >> type;
+  std::vector<double> values;
+  while (words >> word) {
+    values.push_back(std::strtod(word.c_str(), nullptr));
+  }
+  std::shared_ptr<simdata::MemoryVector> vector;
+  if (type == "f32") {
+    vector = std::make_shared<simdata::MemoryVector>(
+        "v", "", std::vector<float>(values.begin(), values.end()));
+  } else if (type == "i32" || type == "i8") {
+    vector = type == "i8" ? std::make_shared<simdata::MemoryVector>(
+                                "v", "", std::vector<int8_t>(values.begin(), values.end()))
+                          : std::make_shared<simdata::MemoryVector>(
+                                "v", "", std::vector<int32_t>(values.begin(), values.end()));
+  } else if (type != "null") {
+    vector = std::make_shared<simdata::MemoryVector>("v", "", values);
+    if (type == "complex") {
+      vector->setTypeOverride(simdata::kComplex);
+    }
+  }
+  std::vector<double> scratch;
+  const analysis::Samples samples = analysis::samplesOf(vector.get(), scratch);
+  EXPECT_EQ(samples[-1] + samples[samples.size()], 0.0);  // outside reads as 0
+  std::string shown = samples.present() ? "" : "absent";
+  for (int i = 0; i < samples.size(); ++i) {
+    shown += (i > 0 ? " " : "") + shortest(samples[i]);
+  }
+  const bool own = samples.size() > 0 && samples.data() == vector->doubles().data();
+  return shown + (own ? " own memory" : "");
+}
+
 using Rule = std::function<std::string(const std::string&)>;
 
 const std::map<std::string, Rule>& rules() {
@@ -207,6 +244,7 @@ const std::map<std::string, Rule>& rules() {
          return kra2db::parseInt64(in, value) ? std::to_string(value) : "refused";
        }},
       {"sweepTime", sweepTime},
+      {"samplesOf", samplesOf},
       {"timeIndices", timeIndices},
       {"settingCommands", settingCommands},
       {"parseInteger", integerOrRefused<int32_t>},
