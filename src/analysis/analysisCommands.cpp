@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <span>
 #include <string>
@@ -85,12 +86,25 @@ int zeAnalyzeNetlist::processLoadNetlistCmd(const ArgList* args) {
     return 1;
   }
   analysis::applyLineFormatEnvironment(instances);
+  const char* option = argAt(args, 1);
+  const bool resistance = option != nullptr && std::strcmp(option, "-resistance") == 0;
+  if (resistance && (instances.hasRecoveryFactor || durationTime != 0.0)) {
+    // Those line formats already give the fourth field another meaning.
+    logMsg(kError, Echo::yes,
+           "%s: loadNetlist %s -resistance: the fourth field is already the %s; the netlist is "
+           "not loaded.\n",
+           kProgramName, fileName,
+           instances.hasRecoveryFactor ? "recovery factor" : "duration threshold");
+    return 1;
+  }
+  instances.resistanceColumn = resistance;
   // A format error is reported by the loader on standard output; the command goes on.
   if (durationTime == 0.0) {
     instances.loadNetlist(file.get(), fileName);
   } else {
     instances.loadNetlistPeakCurrents(file.get(), fileName);
   }
+  instances.resistanceColumn = false;
   return 0;
 }
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cctype>
 #include <climits>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -61,22 +62,24 @@ struct LineFields {
   int orientation = -1;
   std::string first;   // first operand text of a peak-current line
   std::string second;  // second operand text
+  std::string value;   // the value column: the instance's resistance
   std::string ignored;
 };
 
-/// The text field a grammar letter names (see scanFields); letters outside "n12ab" name a
+/// The text field a grammar letter names (see scanFields); letters outside "n12abv" name a
 /// text that is read and not used.
 std::string& textField(LineFields& fields, char kind) {
-  constexpr std::string_view kKinds = "n12ab";
-  std::string* const targets[] = {&fields.name, &fields.node1, &fields.node2, &fields.first,
-                                  &fields.second};
+  constexpr std::string_view kKinds = "n12abv";
+  std::string* const targets[] = {&fields.name,  &fields.node1,  &fields.node2,
+                                  &fields.first, &fields.second, &fields.value};
   const size_t at = kKinds.find(kind);
   return at == std::string_view::npos ? fields.ignored : *targets[at];
 }
 
 /// The conversions of a line grammar, in order: one letter per field.
 ///   n name, 1 node1, 2 node2, r recovery factor (float), o orientation (int),
-///   a first operand text, b second operand text, t a text that is read and not used.
+///   a first operand text, b second operand text, v the value (resistance) text, t a text
+///   that is read and not used.
 /// Fields are separated by white space and converted as scanf's %s, %f and %d would (numbers
 /// by strtof and strtol, so a number may end inside a word and the rest of it is the next
 /// field); the result is the number of fields converted before the first that fails. `line`
@@ -119,6 +122,18 @@ void applyBackslashRule(std::string& node, bool keepBackslashNames) {
   }
 }
 
+/// A resistance is a whole number text in ohms: positive gives it, zero says the instance is a
+/// current already, anything else (negative, not a number, trailing letters) gives NaN.
+double resistanceOf(const std::string& text) {
+  const char* start = text.c_str();
+  char* end = nullptr;
+  const double value = std::strtod(start, &end);
+  if (end == start || *end != '\0' || !std::isfinite(value) || value < 0.0) {
+    return std::nan("");
+  }
+  return value;
+}
+
 void reportFormatError(const char* fileName, int lineNumber) {
   if (fileName != nullptr) {
     std::printf("\nIncorrect netlist file format (%s: line %d)\n", fileName, lineNumber);
@@ -134,9 +149,9 @@ const char* zeNetlist::lineGrammar() const {
     return hasExtendedFields ? "n12rttot" : "n12r";
   }
   if (hasExtendedFields) {
-    return "n12ttot";
+    return "n12vtot";
   }
-  return valueColumn == 0.0f ? "n12" : "n12t";
+  return valueColumn == 0.0f && !resistanceColumn ? "n12" : "n12v";
 }
 
 int zeNetlist::readLines(FILE* file, const char* fileName, const char* grammar, bool peakCurrents) {
@@ -146,6 +161,7 @@ int zeNetlist::readLines(FILE* file, const char* fileName, const char* grammar, 
   const int required = static_cast<int>(std::strlen(grammar));
   const bool hasOrientation = std::strchr(grammar, 'o') != nullptr;
   const bool hasRecovery = std::strchr(grammar, 'r') != nullptr;
+  const bool hasValue = std::strchr(grammar, 'v') != nullptr;
   char line[kLineBytes];
   LineFields fields;
   int lineNumber = 0;
@@ -178,6 +194,9 @@ int zeNetlist::readLines(FILE* file, const char* fileName, const char* grammar, 
     }
     if (hasOrientation) {
       instance.orientation = fields.orientation;
+    }
+    if (hasValue) {
+      instance.resistance = resistanceOf(fields.value);
     }
     if (peakCurrents) {
       instance.thresholdValue = std::strtod(fields.first.c_str(), nullptr);

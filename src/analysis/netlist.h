@@ -36,6 +36,9 @@ struct zeInstance {
   std::shared_ptr<PwcAcEDataList> acPulses;
   /// Power of the resistor read from the results (see getWattSignals).
   double power = 0.0;
+  /// Resistance in ohms from the netlist's value column: 0 when the line gives none (the
+  /// instance's statistics are currents already), NaN when its value is not a resistance.
+  double resistance = 0.0;
 };
 
 /// True exactly when the node name is "0".
@@ -62,6 +65,8 @@ class zeNetlist {
   bool hasExtendedFields = false;
   float valueColumn = 0.0f;
   bool keepBackslashNames = false;
+  /// Set by `loadNetlist <file> -resistance` for that file: a fourth field, the resistance.
+  bool resistanceColumn = false;
 
  private:
   /// The conversions of the plain loader's lines under the current settings.

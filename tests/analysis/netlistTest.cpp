@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <map>
@@ -28,6 +29,7 @@ TEST(NetlistLoader, Grammar) {
     netlist.hasRecoveryFactor = settings.count("recovery") != 0;
     netlist.hasExtendedFields = settings.count("extended") != 0;
     netlist.keepBackslashNames = settings.count("keepBackslash") != 0;
+    netlist.resistanceColumn = settings.count("resistance") != 0;
     netlist.valueColumn =
         settings.count("valueColumn") ? static_cast<float>(settings.at("valueColumn")) : 0.0f;
     std::string text = c.text("text");
@@ -52,6 +54,11 @@ TEST(NetlistLoader, Grammar) {
     }
     for (const auto& [key, value] : c.named("first")) {
       const zeInstance& first = netlist.instances.at(0);
+      if (key == "resistance") {
+        EXPECT_TRUE(std::isnan(value) ? std::isnan(first.resistance) : first.resistance == value)
+            << first.resistance;
+        continue;
+      }
       EXPECT_EQ(key == "recoveryFactor"   ? first.recoveryFactor
                 : key == "orientation"    ? first.orientation
                 : key == "thresholdValue" ? first.thresholdValue
