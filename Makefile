@@ -9,7 +9,7 @@ CMAKE_ARGS ?=
 PYTHON     ?= /usr/bin/python3
 
 PACKAGES := cmake ninja-build g++ libgtest-dev libgmock-dev libcli11-dev python3 python3-numpy \
-            pybind11-dev python3-dev python3-matplotlib chromium
+            pybind11-dev python3-dev python3-matplotlib chromium libtomlplusplus-dev
 
 .PHONY: deps configure build demo test test-sanitize bench clean fuzz fuzz-short fuzz-deps format format-check package
 

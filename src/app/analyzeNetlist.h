@@ -7,6 +7,7 @@
 #include <iosfwd>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -23,6 +24,11 @@
 
 class zeVsrc;
 class kraDBNetwork;
+namespace em {
+class Geometry;
+struct Findings;
+struct Rules;
+}  // namespace em
 
 class zeAnalyzeNetlist {
  public:
@@ -102,6 +108,10 @@ class zeAnalyzeNetlist {
   int processCalculateLengthCmd();
   int processPowerGridAnalysis(kraDBNetwork* dbNetwork);
 
+  // --- EM check ---
+  int processEmTemperatureCmd(const ArgList* args);
+  int processCheckEMCmd(const ArgList* args);
+
   // --- state (names as the behaviour defines them) ---
   simdata::Dataset* analysis = nullptr;
   std::unique_ptr<simdata::ResultsDir> resultsDir;
@@ -142,6 +152,10 @@ class zeAnalyzeNetlist {
   double temperature = 0.0;
   /// The window and mode of the last run.
   analysis::RunWindow lastRun;
+  /// Set once saveTemperature found a temperature.
+  bool temperatureFound = false;
+  /// deg C of checkEM's derating, set by emTemperature.
+  std::optional<double> emTemperature;
 
   /// Strict mode (-strict): warnings about input otherwise taken in silence, and the nearest
   /// command after an unknown word. Set before the command file runs.
@@ -165,6 +179,10 @@ class zeAnalyzeNetlist {
   /// Whether results are open and an analysis selected; logs the error that says which is
   /// missing otherwise.
   bool analysisSelected();
+  /// checkEM's geometry from the length data; false, with the error logged, when it cannot
+  /// be read.
+  bool loadEmGeometry(em::Geometry& geometry);
+  void logEmFindings(const em::Findings& findings, const em::Rules& rules);
 
   char line_[4096] = {};
   char commandWord_[2048] = {};

@@ -1,6 +1,7 @@
 #include <strings.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -52,7 +53,13 @@ const Command kCommands[] = {
     {"saveTemperature", "<file>",
      "writes the temperature of the 'variables' analysis to <file> (needs openSimData)",
      [](zeAnalyzeNetlist& s, const ArgList* a, int&) {
-       s.processSaveTemperatureCmd(a, s.temperature);
+       // The session's temperature changes only when one is found.
+       double found = std::nan("");
+       s.processSaveTemperatureCmd(a, found);
+       if (!std::isnan(found)) {
+         s.temperature = found;
+         s.temperatureFound = true;
+       }
      }},
     {"lengthDataInput", "<file>", "names the length-data input that calculateLength reads",
      withArgs<&zeAnalyzeNetlist::processLengthDataInputCmd>},
@@ -178,6 +185,15 @@ const Command kCommands[] = {
     {"saveResultTable", "<file.csv>",
      "writes the results as CSV with a header row and their provenance (needs loadNetlist)",
      withArgs<&zeAnalyzeNetlist::processSaveResultTableCmd>, false},
+    {"emTemperature", "<degC>",
+     "deg C of checkEM's derating (else saveTemperature's, else the rules' reference)",
+     withArgs<&zeAnalyzeNetlist::processEmTemperatureCmd>, false},
+    {"checkEM", "<rules.toml> <output> [<emir-db>]",
+     "checks the run's (or <emir-db>'s) currents against EM rules; writes the verdicts worst first",
+     [](zeAnalyzeNetlist& s, const ArgList* a, int&) {
+       timedCommand(s, "checkEM", [&] { s.processCheckEMCmd(a); });
+     },
+     false},
     {"displayAnalysis", "", "logs the type and name of every analysis (needs openSimData)",
      withArgs<&zeAnalyzeNetlist::processDisplayAnalysisCmd>},
     // Timed under the name "loadNetlist": the reuse is intended.

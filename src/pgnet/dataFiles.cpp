@@ -54,9 +54,9 @@ bool zeNetwork::readNodeLines(std::istream& in, MakeNode makeNode) {
   return true;
 }
 
-bool zeNetwork::readLengthData(std::istream& in) {
+bool zeNetwork::readLengthNodes(std::istream& in) {
   // name net1 net2 length width layer viaType
-  const bool read = readNodeLines<7>(in, [this](const std::array<std::string_view, 7>& f) {
+  return readNodeLines<7>(in, [this](const std::array<std::string_view, 7>& f) {
     pgnet::NodeFields node;
     if (!pgnet::detail::parseDouble(f[3], node.length) ||
         !pgnet::detail::parseDouble(f[4], node.width)) {
@@ -70,7 +70,10 @@ bool zeNetwork::readLengthData(std::istream& in) {
     createNode(node);
     return true;
   });
-  if (!read) {
+}
+
+bool zeNetwork::readLengthData(std::istream& in) {
+  if (!readLengthNodes(in)) {
     return false;
   }
   try {

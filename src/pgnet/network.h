@@ -163,6 +163,9 @@ class zeNetwork {
   /// One node per line, then calculateLengths. False, with errorMessage set, at the first line
   /// that does not parse; nodes of earlier lines stay.
   bool readLengthData(std::istream& in);
+  /// The nodes of length data without the length calculation (which renames via layers), for
+  /// readers that need the layers as the file gives them.
+  bool readLengthNodes(std::istream& in);
   /// One node per line; nothing is computed.
   bool readPGData(std::istream& in);
   /// One line per node in name order, flushed line by line.
