@@ -106,15 +106,27 @@ Outcome checkAll(std::span<const Subject> subjects, const Geometry& geometry, co
     ++outcome.findings.counts[static_cast<size_t>(row.check.verdict)];
     outcome.rows.push_back(row);
   }
-  // Rows with a worst ratio come first, largest first; the rest keep the input order.
-  std::stable_sort(outcome.rows.begin(), outcome.rows.end(), [](const Row& a, const Row& b) {
-    const bool aRanked = !std::isnan(a.check.worst);
-    const bool bRanked = !std::isnan(b.check.worst);
-    if (aRanked != bRanked) {
-      return aRanked;
+  // Rows with a worst ratio come first, largest first; the rest keep the input order. The
+  // order is found on indices, so that each row moves once.
+  std::vector<uint32_t> order(outcome.rows.size());
+  for (uint32_t i = 0; i < order.size(); ++i) {
+    order[i] = i;
+  }
+  const std::vector<Row>& rows = outcome.rows;
+  std::stable_sort(order.begin(), order.end(), [&rows](uint32_t a, uint32_t b) {
+    const double worstA = rows[a].check.worst;
+    const double worstB = rows[b].check.worst;
+    if (std::isnan(worstA) || std::isnan(worstB)) {
+      return !std::isnan(worstA) && std::isnan(worstB);
     }
-    return aRanked && a.check.worst > b.check.worst;
+    return worstA > worstB;
   });
+  std::vector<Row> sorted;
+  sorted.reserve(rows.size());
+  for (const uint32_t i : order) {
+    sorted.push_back(rows[i]);
+  }
+  outcome.rows = std::move(sorted);
   return outcome;
 }
 

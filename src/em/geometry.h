@@ -4,14 +4,16 @@
 // the strip length that the length calculation gives (totalLength).
 
 #include <cstdint>
-#include <functional>
 #include <iosfwd>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
 
 #include "em/limits.h"
+
+class zeNetwork;
 
 namespace em {
 
@@ -31,27 +33,33 @@ struct GeometryOptions {
 
 class Geometry {
  public:
+  Geometry();
+  ~Geometry();
+  Geometry(Geometry&&) noexcept;
+  Geometry& operator=(Geometry&&) noexcept;
+
   /// The piece of exactly this name, or null.
   const Piece* find(std::string_view name) const;
   const std::string& layerName(uint32_t layer) const { return layers_[layer]; }
   size_t layerCount() const { return layers_.size(); }
   size_t size() const { return pieces_.size(); }
 
-  /// Adds (or replaces) a piece; the layer is named, and numbered on first use.
-  void add(std::string_view name, std::string_view layer, const Shape& shape);
-
  private:
-  struct TextHash {
-    using is_transparent = void;
-    size_t operator()(std::string_view text) const { return std::hash<std::string_view>{}(text); }
-  };
+  friend bool loadGeometry(std::istream& in, const GeometryOptions& options, Geometry& geometry,
+                           std::string& error);
+  /// The layer's number, given on first use.
+  uint32_t layerId(std::string_view layer);
+
+  /// Owns the names that the pieces are found by.
+  std::unique_ptr<zeNetwork> network_;
   std::vector<std::string> layers_;
-  std::unordered_map<std::string, uint32_t, TextHash, std::equal_to<>> layerIds_;
-  std::unordered_map<std::string, Piece, TextHash, std::equal_to<>> pieces_;
+  std::unordered_map<std::string_view, uint32_t> layerIds_;
+  std::unordered_map<std::string_view, Piece> pieces_;
 };
 
 /// Reads length data (the lengthDataInput format) and runs the length calculation. False,
-/// with the reader's message in `error`, at the first line that does not parse.
+/// with the reader's message in `error`, at the first line that does not parse. A name given
+/// twice keeps its last line, as in the length calculation.
 bool loadGeometry(std::istream& in, const GeometryOptions& options, Geometry& geometry,
                   std::string& error);
 
