@@ -29,8 +29,21 @@ void appendField(std::string& out, double value) {
   appendNumber(out, value);
 }
 
+/// A name as one field: a tab or line break (possible in a database's record names) would
+/// split the line, so it is written as \t, \n or \r.
+void appendName(std::string& out, std::string_view name) {
+  for (const char c : name) {
+    if (c == '\t' || c == '\n' || c == '\r') {
+      out += '\\';
+      out += c == '\t' ? 't' : c == '\n' ? 'n' : 'r';
+    } else {
+      out += c;
+    }
+  }
+}
+
 void appendRow(std::string& out, const Subject& subject, const Geometry& geometry, const Row& row) {
-  out += subject.name;
+  appendName(out, subject.name);
   out += '\t';
   if (row.piece != nullptr) {
     out += geometry.layerName(row.piece->layer);

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdio>
 #include <limits>
 #include <sstream>
 #include <string>
@@ -12,6 +13,7 @@
 
 #include "analysis/netlist.h"
 #include "em/check.h"
+#include "em/report.h"
 
 namespace {
 
@@ -97,6 +99,31 @@ TEST(EmCheck, CurrentsOfInstances) {
   infinite.data.rms = std::numeric_limits<double>::infinity();
   EXPECT_FALSE(em::subjectOf(infinite).analysed);
   EXPECT_TRUE(em::subjectOf(resistor).analysed);
+}
+
+TEST(EmReport, NamesStayOneFieldAndNumbersReadBack) {
+  const em::Geometry none;
+  const std::vector<em::Subject> subjects = {{"a\tb\nc", {0.1, 1.0 / 3.0, 2e-300}, true}};
+  const em::Outcome outcome = em::checkAll(subjects, none, rulesAt25(), 25.0);
+  std::FILE* file = std::tmpfile();
+  ASSERT_TRUE(em::writeReport(file, {"r.raw", "tran", 0, 1e-9, "exact", 25, "reference", "x.toml"},
+                              subjects, none, outcome));
+  std::rewind(file);
+  std::string text(4096, '\0');
+  text.resize(std::fread(text.data(), 1, text.size(), file));
+  std::fclose(file);
+  const size_t third = text.find('\n', text.find('\n') + 1) + 1;
+  EXPECT_EQ(text.substr(0, text.find('\t')), "# kra2 checkEM");
+  EXPECT_NE(text.find("\twindow 0 1e-09 s\tmode exact\ttemperature 25 degC (reference)\t"),
+            std::string::npos);
+  // Shortest round-trip texts: 0.1, 1/3 with its 16 digits, and a tiny value in exponent form.
+  EXPECT_EQ(text.substr(third),
+            "a\\tb\\nc\t-\t-\tNaN\tNaN\t0.1\t0.3333333333333333\t2e-300\tNaN\tNaN\tNaN\tNaN\t"
+            "NaN\tNaN\tNaN\tNO_GEOMETRY\n");
+  EXPECT_EQ(
+      em::summaryLines(subjects, outcome),
+      (std::vector<std::string>{"checkEM: 1 instances: FAIL 0, PASS 0, IMMORTAL 0, NO_RULE 0, "
+                                "NO_GEOMETRY 1, NOT_ANALYSED 0\n"}));
 }
 
 }  // namespace
