@@ -116,7 +116,7 @@ void zeAnalyzeNetlist::warnUnreadLastLine(const std::string& path, const char* w
 void zeAnalyzeNetlist::warnBeforeCommand(const char* word) {
   warnNumberArguments(word);
   const bool run = strcasecmp(word, "run") == 0;
-  if (strcasecmp(word, "calculateLength") == 0) {
+  if (strcasecmp(word, "calculateLength") == 0 || strcasecmp(word, "checkEM") == 0) {
     warnUnreadLastLine(lengthDataInputFile, "length data");
   }
   if (run || strcasecmp(word, "readMuroDBEM") == 0) {
