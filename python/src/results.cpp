@@ -234,6 +234,12 @@ class Results {
     }
     const char* name = simdata::readerName(path);
     reader_ = name != nullptr ? name : "";
+    // What the reader found worth reporting although it read the path (the log's WARNING).
+    const char* warning = simdata::lastErrorText();
+    if (simdata::lastErrorCode() != 0 && warning != nullptr &&
+        PyErr_WarnEx(PyExc_RuntimeWarning, warning, 1) != 0) {
+      throw py::error_already_set();
+    }
   }
 
   std::vector<std::string> analyses() const {

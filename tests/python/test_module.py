@@ -78,6 +78,14 @@ def test_arrays():
             check(not view.flags.owndata and not view.flags.writeable, f"{path}: {name} is a view")
         check(same_bits(analysis.read(), np.array(list(expected.values()))), f"{path}: read()")
         check(same_bits(analysis.read(["time"]), expected["time"][None, :]), f"{path}: read(time)")
+    # What the reader reports about a file it still reads comes as a warning.
+    with tempfile.TemporaryDirectory() as tmp, warnings.catch_warnings(record=True) as caught:
+        warnings.simplefilter("always")
+        shutil.copy(os.path.join(SOURCE, "examples/demo.raw"), os.path.join(tmp, "extra.raw"))
+        with open(os.path.join(tmp, "extra.raw"), "ab") as raw:
+            raw.write(b"trailing text\n")
+        kra2.open(os.path.join(tmp, "extra.raw"))
+        check(any("bytes after the data" in str(w.message) for w in caught), "reader warning")
     # The view outlives the results object: its base holds the mapping.
     view = kra2.open(os.path.join(SOURCE, "examples/demo.raw"))["tran"]["n3_3"]
     check(float(view.sum()) > 0.0, "a view after its results are gone")
