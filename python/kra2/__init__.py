@@ -16,10 +16,10 @@ import os as _os
 # reads the variable when the extension loads it, hence before the import below.
 _os.environ.setdefault("OMP_WAIT_POLICY", "passive")
 
-from ._kra2 import Analysis, Error, Results, measure  # noqa: E402
+from ._kra2 import Analysis, Error, Results, check_em, measure  # noqa: E402
 from . import db
 
-__all__ = ["Analysis", "Error", "Results", "db", "measure", "open"]
+__all__ = ["Analysis", "Error", "Results", "check_em", "db", "measure", "open"]
 
 
 def open(path):  # noqa: A001 - the name a user looks for

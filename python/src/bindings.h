@@ -24,6 +24,8 @@ void bindResults(pybind11::module_& module);
 void bindMeasure(pybind11::module_& module);
 /// The database reader and writer (kra2.db builds its record arrays on them).
 void bindDatabase(pybind11::module_& module);
+/// kra2.check_em.
+void bindEmCheck(pybind11::module_& module);
 
 /// A Python object that holds `owner` until it is released: the base of an array that views
 /// memory the owner keeps valid.

@@ -74,9 +74,10 @@ analysis::WindowMode windowModeOf(const std::string& window) {
 
 /// Loads the instances as loadNetlist does: from a netlist file, or from lines given as
 /// sequences of fields ("name node1 node2 ..." in the netlist's layout).
-zeNetlist loadInstances(const py::object& instances, bool durationGiven) {
+zeNetlist loadInstances(const py::object& instances, bool durationGiven, bool resistance) {
   zeNetlist netlist;
   analysis::applyLineFormatEnvironment(netlist);
+  netlist.resistanceColumn = resistance;
   std::string fileName;
   std::string text;
   support::FilePtr file;
@@ -160,6 +161,8 @@ py::dict resultColumns(const std::vector<zeInstance>& list) {
     }
     out[name] = values;
   }
+  // Ohms from the netlist (0: none given, NaN: not a resistance), for kra2.check_em.
+  out["resistance"] = column<double>(list, [](const zeInstance& i) { return i.resistance; });
   out["direction"] = column<int32_t>(
       list, [](const zeInstance& i) { return static_cast<int32_t>(i.valid ? i.direction : -1); });
   return out;
@@ -168,9 +171,9 @@ py::dict resultColumns(const std::vector<zeInstance>& list) {
 py::dict measure(const py::object& analysisObject, const py::object& instances, double start,
                  double stop, double duration, const py::object& ignore, bool ac, bool acHalfPeak,
                  bool recoveryFactor, std::optional<double> emRecoveryFactor,
-                 const std::string& window) {
+                 const std::string& window, bool resistance) {
   simdata::Dataset& dataset = datasetOf(analysisObject);
-  zeNetlist netlist = loadInstances(instances, duration != 0.0);
+  zeNetlist netlist = loadInstances(instances, duration != 0.0, resistance);
   analysis::StatisticsSettings settings;
   settings.durationTime = duration;
   settings.startTime = start;
@@ -232,7 +235,7 @@ void bindMeasure(py::module_& module) {
              py::arg("stop"), py::kw_only(), py::arg("duration") = 0.0,
              py::arg("ignore") = py::none(), py::arg("ac") = false, py::arg("ac_half_peak") = false,
              py::arg("recovery_factor") = false, py::arg("em_recovery_factor") = py::none(),
-             py::arg("window") = "legacy",
+             py::arg("window") = "legacy", py::arg("resistance") = false,
              "The statistics of every instance over [start, stop], as `run` and `saveResult` "
              "give them: a dict of arrays keyed by the result file's columns.");
 }

@@ -24,4 +24,5 @@ PYBIND11_MODULE(_kra2, module) {
   kra2py::bindResults(module);
   kra2py::bindMeasure(module);
   kra2py::bindDatabase(module);
+  kra2py::bindEmCheck(module);
 }

@@ -253,6 +253,66 @@ def test_db():
     expect_error(lambda: kra2.open(readme), f"{readme} is not a results directory", "open: text")
 
 
+EM_COLUMNS = ["width", "length", "Iavg", "Irms", "Ipeak", "limitAvg", "limitRms", "limitPeak",
+              "ratioAvg", "ratioRms", "ratioPeak", "ratioWorst"]
+
+
+def em_case(case):
+    """(measure call, check_em call, report file) of a case that runs and checks EM with the
+    commands check_em takes, else None."""
+    words = {}
+    with open(os.path.join(case, "cmd")) as handle:
+        for line in handle:
+            if line.strip() and line[0] != "#":
+                word, *args = shlex.split(line)
+                if word in words or word not in IGNORED | {"loadNetlist", "run", "lengthDataInput",
+                                                            "setLayersStack", "emTemperature",
+                                                            "checkEM"}:
+                    return None
+                words[word] = args
+    if not {"openSimData", "loadNetlist", "run", "emTemperature", "checkEM"} <= set(words):
+        return None
+    net = words["loadNetlist"]
+    measure_call = (words["openSimData"][0], words["selectAnalysis"][0], net[0],
+                    [float(a) for a in words["run"]], net[1:] == ["-resistance"])
+    check_call = (words["checkEM"][0], words["lengthDataInput"][0],
+                  float(words["emTemperature"][0]), words.get("setLayersStack", []))
+    return measure_call, check_call, words["checkEM"][1]
+
+
+def test_check_em():
+    """check_em against the violations reports of the end-to-end cases, bit for bit."""
+    if not hasattr(kra2, "check_em"):
+        return
+    cases_dir, compared = os.path.join(SOURCE, "tests/e2e/cases"), 0
+    for name in sorted(os.listdir(cases_dir)):
+        case = os.path.join(cases_dir, name)
+        found = os.path.exists(os.path.join(case, "cmd")) and em_case(case)
+        expected_file = found and os.path.join(case, "expected/files", found[2])
+        if not found or not os.path.exists(expected_file):
+            continue
+        (raw, analysis, net, window, resistance), (rules, length, temperature, stack), _ = found
+        cwd = os.getcwd()
+        os.chdir(os.path.join(case, "in"))
+        try:
+            with warnings.catch_warnings():
+                warnings.simplefilter("ignore", RuntimeWarning)
+                measured = kra2.measure(kra2.open(raw)[analysis], net, *window,
+                                        resistance=resistance)
+            got = kra2.check_em(measured, rules, length, temperature, layer_stack=stack)
+        finally:
+            os.chdir(cwd)
+        rows = [line.rstrip("\n").split("\t") for line in open(expected_file) if line[0] != "#"]
+        for k, column in enumerate(["name", "layer", "kind"]):
+            check(got[column] == [r[k] for r in rows], f"{name}: check_em {column}")
+        check(got["verdict"] == [r[15] for r in rows], f"{name}: check_em verdict")
+        for k, column in enumerate(EM_COLUMNS):
+            check(same_bits(got[column], [float(r[3 + k]) for r in rows]), f"{name}: {column}")
+        compared += 1
+    print(f"check_em: {compared} violations reports compared")
+    check(compared >= 1, "check_em: no end-to-end case compared")
+
+
 def expect_error(call, message, what):
     try:
         call()
@@ -265,5 +325,6 @@ if __name__ == "__main__":
     test_arrays()
     test_measure()
     test_db()
+    test_check_em()
     print("failures:", len(failures))
     sys.exit(1 if failures else 0)
