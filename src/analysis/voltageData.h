@@ -6,13 +6,15 @@
 
 namespace kraDB {
 
-/// One AC pulse: start and end time, largest magnitude, its time, and a fifth value (the
-/// width for half-peak pulses; integral of d^2 / max^2 for threshold pulses).
+/// One AC pulse.
 struct PwcAcEData {
+  /// When the pulse begins and ends.
   double start = 0.0;
   double end = 0.0;
+  /// Its largest magnitude and when that was first reached.
   double maximum = 0.0;
   double maximumTime = 0.0;
+  /// The width for half-peak pulses; the integral of d^2 / maximum^2 for threshold pulses.
   double fifth = 0.0;
 };
 

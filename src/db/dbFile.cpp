@@ -21,6 +21,14 @@ constexpr size_t kEMRecordTail = 56;
 
 double doubleAt(const uint8_t* bytes) { return std::bit_cast<double>(loadLE64(bytes)); }
 int64_t int64At(const uint8_t* bytes) { return static_cast<int64_t>(loadLE64(bytes)); }
+
+/// The statistics both record kinds' fixed parts start with.
+void statisticsAt(const uint8_t* bytes, RecordStatistics& out) {
+  out.rms = doubleAt(bytes);
+  out.avg = doubleAt(bytes + 8);
+  out.peak = doubleAt(bytes + 16);
+  out.tpeak = doubleAt(bytes + 24);
+}
 void putDouble(double value, uint8_t* out) { storeLE64(std::bit_cast<uint64_t>(value), out); }
 void putInt64(int64_t value, uint8_t* out) { storeLE64(static_cast<uint64_t>(value), out); }
 
@@ -369,10 +377,7 @@ bool kraDBFile::readNextIR(IRRecord& out) {
   if (!readRecord(eIR, out.name, tail, sizeof tail)) {
     return false;
   }
-  out.rms = doubleAt(tail);
-  out.avg = doubleAt(tail + 8);
-  out.peak = doubleAt(tail + 16);
-  out.tpeak = doubleAt(tail + 24);
+  statisticsAt(tail, out);
   out.min = doubleAt(tail + 32);
   out.tmin = doubleAt(tail + 40);
   out.reserved = 0;
@@ -384,10 +389,7 @@ bool kraDBFile::readNextEM(kraDBEMNode& out) {
   if (!readRecord(eEM, out.name, tail, sizeof tail)) {
     return false;
   }
-  out.rms = doubleAt(tail);
-  out.avg = doubleAt(tail + 8);
-  out.peak = doubleAt(tail + 16);
-  out.tpeak = doubleAt(tail + 24);
+  statisticsAt(tail, out);
   out.avgPos = doubleAt(tail + 32);
   out.avgNeg = 0.0;
   out.term1 = int64At(tail + 40);

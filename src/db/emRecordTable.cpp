@@ -95,14 +95,8 @@ void EMRecordTable::add(const kraDBEMNode& record) {
     chunks_.push_back(std::make_unique<EMRecord[]>(kChunk));
   }
   EMRecord& kept = chunks_.back()[count_ % kChunk];
+  static_cast<EMValues&>(kept) = record;
   kept.name = keepName(record.name);
-  kept.rms = record.rms;
-  kept.avg = record.avg;
-  kept.peak = record.peak;
-  kept.tpeak = record.tpeak;
-  kept.avgPos = record.avgPos;
-  kept.term1 = record.term1;
-  kept.term2 = record.term2;
   ++count_;
 }
 

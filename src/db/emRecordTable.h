@@ -21,15 +21,8 @@ namespace kraDB {
 
 /// One EM record without the slots the reader leaves unused; the name views the table's
 /// text store.
-struct EMRecord {
+struct EMRecord : EMValues {
   std::string_view name;
-  double rms = 0.0;
-  double avg = 0.0;
-  double peak = 0.0;
-  double tpeak = 0.0;
-  double avgPos = 0.0;
-  int64_t term1 = 0;
-  int64_t term2 = 0;
 };
 
 class EMRecordTable {

@@ -50,7 +50,11 @@ TEST(DBNetworkInput, CasesOfTheTable) {
 }
 
 kraDB::EMRecord record(double avg, int64_t term1, int64_t term2) {
-  return {.name = "", .avg = avg, .term1 = term1, .term2 = term2};
+  kraDB::EMRecord made;
+  made.avg = avg;
+  made.term1 = term1;
+  made.term2 = term2;
+  return made;
 }
 
 TEST(DBNetworkDirections, CasesOfTheTable) {
@@ -182,10 +186,9 @@ std::string readAll(std::FILE* file) {
 }
 
 TEST(DBNetworkRecords, Listing) {
-  const kraDB::EMRecord a{
-      .name = "", .rms = 0.0015, .avg = -0.00125, .peak = -0.002, .tpeak = 3e-9, .avgPos = 0.0005};
-  const kraDB::EMRecord b{
-      .name = "", .rms = 1e-300, .avg = 100000, .peak = 1234567, .tpeak = 0, .avgPos = -2};
+  // {{{rms, avg, peak, tpeak}, avgPos, term1, term2}, name}
+  const kraDB::EMRecord a{{{0.0015, -0.00125, -0.002, 3e-9}, 0.0005, 0, 0}, ""};
+  const kraDB::EMRecord b{{{1e-300, 100000, 1234567, 0}, -2, 0, 0}, ""};
   kraDBNetwork network;
   network.addNode("Rb", 0).record = &b;
   network.addNode("none", 0);

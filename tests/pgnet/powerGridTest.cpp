@@ -201,8 +201,13 @@ TEST(PowerGrids, CurrentsAreCopiedByName) {
   // From the database: magnitudes of the records' averages; a node without a record keeps
   // its current, and an unknown direction (-1) leaves the node's direction alone.
   auto fromDb = baseNetwork();
-  const kraDB::EMRecord negative{.name = "", .avg = -2.5};
-  const kraDB::EMRecord positive{.name = "", .avg = 1.25};
+  auto withAverage = [](double avg) {
+    kraDB::EMRecord made;
+    made.avg = avg;
+    return made;
+  };
+  const kraDB::EMRecord negative = withAverage(-2.5);
+  const kraDB::EMRecord positive = withAverage(1.25);
   kraDBNetwork db;
   db.addNode("A", 0).record = &negative;
   db.addNode("A", 0).currDir = 1;
