@@ -21,65 +21,67 @@ constexpr const char* kDatabaseError = "%s: %s \n";
 
 namespace {
 
-/// What the IR and time listings share: the database opened for reading, the output opened
-/// with mode "w" (one that cannot be opened is logged and gives 1), `write` filling it, and 1
-/// when the output was not written completely. Database errors reach the caller, which
-/// reports them with a result of its own.
+/// False, with the message that `command` needs them logged, unless both names are given.
+bool bothNamesGiven(zeAnalyzeNetlist& session, const char* dbPath, const char* outPath,
+                    const char* command) {
+  if (dbPath != nullptr && outPath != nullptr) {
+    return true;
+  }
+  session.logMsg(kError, Echo::yes, kNeedsName, kProgramName, command);
+  return false;
+}
+
+/// What the IR and time listings share: both names required (1 without them), the database
+/// opened for reading, the output opened with mode "w" (one that cannot be opened is logged
+/// and gives 1), `write` filling it, and 1 when the output was not written completely. A
+/// database error is logged and gives `resultOnError`, which differs between the commands.
 template <typename Write>
 int writeDatabaseListing(zeAnalyzeNetlist& session, const char* dbPath, const char* outPath,
-                         Write write) {
-  kraDB::kraDBFile db(dbPath);
-  OutputFile out(outPath, "w");
-  if (!out) {
-    session.logMsg(kError, Echo::yes, kNoOutput, kProgramName, outPath);
+                         const char* command, int resultOnError, Write write) {
+  if (!bothNamesGiven(session, dbPath, outPath, command)) {
     return 1;
   }
-  write(db, out.get());
-  return session.closeOutput(out) ? 0 : 1;
+  try {
+    kraDB::kraDBFile db(dbPath);
+    OutputFile out(outPath, "w");
+    if (!out) {
+      session.logMsg(kError, Echo::yes, kNoOutput, kProgramName, outPath);
+      return 1;
+    }
+    write(db, out.get());
+    return session.closeOutput(out) ? 0 : 1;
+  } catch (const std::exception& error) {
+    session.logMsg(kError, Echo::yes, kDatabaseError, kProgramName, error.what());
+    return resultOnError;
+  }
 }
 
 }  // namespace
 
 int zeAnalyzeNetlist::processReadMuroDBIR(const char* dbPath, const char* outPath) {
-  if (dbPath == nullptr || outPath == nullptr) {
-    logMsg(kError, Echo::yes, kNeedsName, kProgramName, "readMuroDBIR");
-    return 1;
-  }
-  try {
-    return writeDatabaseListing(*this, dbPath, outPath, [&](kraDB::kraDBFile& db, std::FILE* out) {
-      kraDB::writeIRListing(db, out);
-      if (!db.damage().empty()) {
-        // The listing holds the records read before the fault; the message says what is
-        // missing.
-        logMsg(kError, Echo::yes, "%s: %s", kProgramName, db.damage().c_str());
-      }
-    });
-  } catch (const std::exception& error) {
-    logMsg(kError, Echo::yes, kDatabaseError, kProgramName, error.what());
-  }
-  return 0;
+  // A database error still gives 0 here.
+  return writeDatabaseListing(
+      *this, dbPath, outPath, "readMuroDBIR", 0, [&](kraDB::kraDBFile& db, std::FILE* out) {
+        kraDB::writeIRListing(db, out);
+        if (!db.damage().empty()) {
+          // The listing holds the records read before the fault; the
+          // message says what is missing.
+          logMsg(kError, Echo::yes, "%s: %s", kProgramName, db.damage().c_str());
+        }
+      });
 }
 
 int zeAnalyzeNetlist::processReadMuroDBTime(const char* dbPath, const char* outPath) {
-  if (dbPath == nullptr || outPath == nullptr) {
-    logMsg(kError, Echo::yes, kNeedsName, kProgramName, "readMuroDBTime");
-    return 1;
-  }
-  try {
-    return writeDatabaseListing(*this, dbPath, outPath, [&](kraDB::kraDBFile& db, std::FILE* out) {
-      startTime = db.getStartTime();
-      stopTime = db.getStopTime();
-      kraDB::writeTimeListing(startTime, stopTime, out);
-    });
-  } catch (const std::exception& error) {
-    logMsg(kError, Echo::yes, kDatabaseError, kProgramName, error.what());
-    return 1;
-  }
+  return writeDatabaseListing(*this, dbPath, outPath, "readMuroDBTime", 1,
+                              [&](kraDB::kraDBFile& db, std::FILE* out) {
+                                startTime = db.getStartTime();
+                                stopTime = db.getStopTime();
+                                kraDB::writeTimeListing(startTime, stopTime, out);
+                              });
 }
 
 int zeAnalyzeNetlist::processReadMuroDBInfo(const char* dbPath, const char* outPath) {
-  if (dbPath == nullptr || outPath == nullptr) {
-    logMsg(kError, Echo::yes, kNeedsName, kProgramName, "readMuroDBInfo");
+  if (!bothNamesGiven(*this, dbPath, outPath, "readMuroDBInfo")) {
     return 1;
   }
   OutputFile out(outPath, "w");

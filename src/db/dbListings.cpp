@@ -3,6 +3,7 @@
 #include <charconv>
 #include <cstring>
 #include <string>
+#include <utility>
 
 #include "db/dbFile.h"
 #include "db/dbRecords.h"
@@ -27,18 +28,13 @@ int64_t writeIRListing(kraDBFile& db, std::FILE* out) {
     // The line is "%s  %g  %g  %g  %g %g  %g\n" over name, peak, avg, rms, tpeak, min, tmin;
     // like %s, the name ends at its first zero byte.
     text.append(record.name.c_str(), std::strlen(record.name.c_str()));
-    text += "  ";
-    appendG(text, record.peak);
-    text += "  ";
-    appendG(text, record.avg);
-    text += "  ";
-    appendG(text, record.rms);
-    text += "  ";
-    appendG(text, record.tpeak);
-    text += ' ';
-    appendG(text, record.min);
-    text += "  ";
-    appendG(text, record.tmin);
+    const std::pair<const char*, double> columns[] = {{"  ", record.peak}, {"  ", record.avg},
+                                                      {"  ", record.rms},  {"  ", record.tpeak},
+                                                      {" ", record.min},   {"  ", record.tmin}};
+    for (const auto& [separator, value] : columns) {
+      text += separator;
+      appendG(text, value);
+    }
     text += '\n';
     ++lines;
     if (text.size() >= kFlushAt) {
