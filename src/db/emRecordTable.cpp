@@ -5,6 +5,8 @@
 #include <unordered_map>
 #include <unordered_set>
 
+#include "support/runs.h"
+
 namespace kraDB {
 
 namespace {
@@ -67,55 +69,25 @@ class RangeMin {
 
 }  // namespace
 
-std::string_view EMRecordTable::keepName(std::string_view name) {
-  if (name.empty()) {
-    return {};
-  }
-  if (name.size() > kTextBlock / 4) {
-    // Long names get a block of their own so that they waste no room in the shared ones.
-    largeTexts_.push_back(std::make_unique<char[]>(name.size()));
-    name.copy(largeTexts_.back().get(), name.size());
-    return {largeTexts_.back().get(), name.size()};
-  }
-  if (textUsed_ + name.size() > kTextBlock) {
-    textBlocks_.push_back(std::make_unique<char[]>(kTextBlock));
-    textUsed_ = 0;
-  }
-  char* place = textBlocks_.back().get() + textUsed_;
-  name.copy(place, name.size());
-  textUsed_ += name.size();
-  return {place, name.size()};
-}
-
 void EMRecordTable::add(const kraDBEMNode& record) {
-  if (count_ >= kNone - 1) {
+  if (records_.size() >= kNone - 1) {
     throw std::length_error("too many EM records");
   }
-  if (count_ == chunks_.size() * kChunk) {
-    chunks_.push_back(std::make_unique<EMRecord[]>(kChunk));
-  }
-  EMRecord& kept = chunks_.back()[count_ % kChunk];
+  EMRecord& kept = *records_.add();
   static_cast<EMValues&>(kept) = record;
-  kept.name = keepName(record.name);
-  ++count_;
+  kept.name = names_.keep(record.name);
 }
 
 void EMRecordTable::finish() {
   sorted_.clear();
-  sorted_.reserve(count_);
-  for (size_t i = 0; i < count_; ++i) {
-    sorted_.push_back(&chunks_[i / kChunk][i % kChunk]);
+  sorted_.reserve(records_.size());
+  for (size_t i = 0; i < records_.size(); ++i) {
+    sorted_.push_back(&records_[i]);
   }
   // Equal names stay in reading order, so the last of each run is the one that stays.
   std::stable_sort(sorted_.begin(), sorted_.end(), byName);
-  size_t kept = 0;
-  for (size_t i = 0; i < sorted_.size(); ++i) {
-    if (i + 1 < sorted_.size() && sorted_[i + 1]->name == sorted_[i]->name) {
-      continue;
-    }
-    sorted_[kept++] = sorted_[i];
-  }
-  sorted_.resize(kept);
+  support::keepLastOfEachRun(
+      sorted_, [](const EMRecord* a, const EMRecord* b) { return a->name == b->name; });
   sorted_.shrink_to_fit();
 }
 

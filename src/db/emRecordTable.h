@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "db/dbRecords.h"
+#include "support/chunkedStore.h"
 
 namespace kraDB {
 
@@ -42,7 +43,7 @@ class EMRecordTable {
   void finish();
 
   /// Records added, replaced ones included.
-  size_t addedCount() const { return count_; }
+  size_t addedCount() const { return records_.size(); }
   /// Distinct names (after finish).
   size_t size() const { return sorted_.size(); }
   /// The record of a rank: ranks number the distinct names in ascending byte order.
@@ -60,15 +61,8 @@ class EMRecordTable {
   std::vector<uint32_t> findLastWithPart(const std::vector<std::string_view>& parts) const;
 
  private:
-  std::string_view keepName(std::string_view name);
-
-  static constexpr size_t kChunk = 4096;
-  static constexpr size_t kTextBlock = 1 << 20;
-  std::vector<std::unique_ptr<EMRecord[]>> chunks_;
-  size_t count_ = 0;
-  std::vector<std::unique_ptr<char[]>> textBlocks_;
-  std::vector<std::unique_ptr<char[]>> largeTexts_;
-  size_t textUsed_ = kTextBlock;
+  support::ChunkedStore<EMRecord, 4096> records_;
+  support::TextStore names_{1 << 20};
   std::vector<const EMRecord*> sorted_;
 };
 

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "db/emRecordTable.h"
-#include "pgnet/detail/chunkedStore.h"
+#include "support/chunkedStore.h"
 
 /// One resistor of the network input. Owned by its kraDBNetwork; texts view the network's
 /// text store.
@@ -128,8 +128,8 @@ class kraDBNetwork {
  private:
   std::span<const uint32_t> netMembers(uint32_t netId) const;
 
-  pgnet::detail::ChunkedStore<kraDBNode> nodes_;
-  pgnet::detail::TextStore texts_;
+  support::ChunkedStore<kraDBNode> nodes_;
+  support::TextStore texts_;
   /// Net map: names in ascending order (the position is the net's id), and the members of
   /// net k at [netStart_[k], netStart_[k + 1]) of netMembers_.
   std::vector<std::string_view> netNames_;

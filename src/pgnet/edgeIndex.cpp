@@ -37,7 +37,7 @@ kraEdge* EdgeIndex::find(std::string_view name) const {
   return slot == 0 ? nullptr : const_cast<kraEdge*>(&store_[(slot & kPositionMask) - 1]);
 }
 
-kraEdge* EdgeIndex::findOrAdd(std::string_view name, detail::TextStore& texts) {
+kraEdge* EdgeIndex::findOrAdd(std::string_view name, support::TextStore& texts) {
   // Kept at most half full.
   if (2 * (store_.size() + 1) > slots_.size()) {
     grow();

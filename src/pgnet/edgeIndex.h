@@ -6,8 +6,8 @@
 #include <string_view>
 #include <vector>
 
-#include "pgnet/detail/chunkedStore.h"
 #include "pgnet/edge.h"
+#include "support/chunkedStore.h"
 
 namespace pgnet {
 
@@ -19,7 +19,7 @@ class EdgeIndex {
   /// The net of that name, or null.
   kraEdge* find(std::string_view name) const;
   /// The net of that name, made if new (its name kept in `texts`, which must outlive it).
-  kraEdge* findOrAdd(std::string_view name, detail::TextStore& texts);
+  kraEdge* findOrAdd(std::string_view name, support::TextStore& texts);
   size_t size() const { return store_.size(); }
   /// Nets in creation order.
   kraEdge& operator[](size_t i) { return store_[i]; }
@@ -30,7 +30,7 @@ class EdgeIndex {
   size_t probe(std::string_view name, uint64_t hash) const;
   void grow();
 
-  detail::ChunkedStore<kraEdge> store_;
+  support::ChunkedStore<kraEdge> store_;
   /// 0 for an empty slot, else (hash tag << 32) | (position + 1).
   std::vector<uint64_t> slots_;
 };

@@ -13,7 +13,6 @@
 #include <unordered_set>
 #include <vector>
 
-#include "pgnet/detail/chunkedStore.h"
 #include "pgnet/edge.h"
 #include "pgnet/edgeIndex.h"
 #include "pgnet/node.h"
@@ -22,6 +21,7 @@
 #include "pgnet/powerGrid.h"
 #include "pgnet/powerGridInput.h"
 #include "pgnet/segment.h"
+#include "support/chunkedStore.h"
 
 namespace pgnet {
 
@@ -195,8 +195,8 @@ class zeNetwork {
   template <size_t kFields, class MakeNode>
   bool readNodeLines(std::istream& in, MakeNode makeNode);
 
-  pgnet::detail::ChunkedStore<kraNode> store_;
-  pgnet::detail::TextStore names_;
+  support::ChunkedStore<kraNode> store_;
+  support::TextStore names_;
   std::unordered_set<std::string, pgnet::detail::TextHash, std::equal_to<>> layerNames_;
   std::vector<pgnet::detail::EdgeFrame> edgeFrames_;
   std::vector<pgnet::detail::PathFrame> pathFrames_;

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "support/runs.h"
+
 namespace pgnet {
 
 kraNode* NodeIndex::find(std::string_view name) const {
@@ -21,14 +23,8 @@ void NodeIndex::normalise() const {
     const int order = a->name.compare(b->name);
     return order != 0 ? order < 0 : a->seq < b->seq;
   });
-  size_t kept = 0;
-  for (size_t i = 0; i < entries_.size(); ++i) {
-    if (i + 1 < entries_.size() && entries_[i + 1]->name == entries_[i]->name) {
-      continue;
-    }
-    entries_[kept++] = entries_[i];
-  }
-  entries_.resize(kept);
+  support::keepLastOfEachRun(entries_,
+                             [](const kraNode* a, const kraNode* b) { return a->name == b->name; });
   sorted_ = true;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
-// Storage for the millions of nodes and nets of a grid: objects live in fixed-size chunks, so
-// their addresses never change and no object costs a heap block of its own.
+// Storage for millions of small objects and their names (the nodes and nets of a grid, the
+// records of a database): objects live in fixed-size chunks, so their addresses never change
+// and no object costs a heap block of its own.
 
 #include <cstddef>
 #include <memory>
@@ -8,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-namespace pgnet::detail {
+namespace support {
 
 /// Default-constructible objects allocated in chunks, kept in creation order.
 template <class T, size_t kChunkSize = 1024>
@@ -39,7 +40,8 @@ class ChunkedStore {
 /// Keeps copies of texts in large blocks; the views it hands out stay valid for its life.
 class TextStore {
  public:
-  TextStore() = default;
+  /// Texts longer than a quarter of `blockSize` get a block of their own.
+  explicit TextStore(size_t blockSize = 64 * 1024) : blockSize_(blockSize) {}
   TextStore(const TextStore&) = delete;
   TextStore& operator=(const TextStore&) = delete;
 
@@ -47,14 +49,14 @@ class TextStore {
     if (text.empty()) {
       return {};
     }
-    if (text.size() > kBlockSize / 4) {
+    if (text.size() > blockSize_ / 4) {
       // Long texts get a block of their own so that they waste no room in the shared ones.
       large_.push_back(std::make_unique<char[]>(text.size()));
       text.copy(large_.back().get(), text.size());
       return {large_.back().get(), text.size()};
     }
-    if (blocks_.empty() || used_ + text.size() > kBlockSize) {
-      blocks_.push_back(std::make_unique<char[]>(kBlockSize));
+    if (blocks_.empty() || used_ + text.size() > blockSize_) {
+      blocks_.push_back(std::make_unique<char[]>(blockSize_));
       used_ = 0;
     }
     char* place = blocks_.back().get() + used_;
@@ -64,10 +66,10 @@ class TextStore {
   }
 
  private:
-  static constexpr size_t kBlockSize = 64 * 1024;
+  size_t blockSize_;
   std::vector<std::unique_ptr<char[]>> blocks_;
   std::vector<std::unique_ptr<char[]>> large_;
   size_t used_ = 0;
 };
 
-}  // namespace pgnet::detail
+}  // namespace support
