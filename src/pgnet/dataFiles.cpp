@@ -25,6 +25,37 @@ void writeLine(std::ostream& out, const std::string& line) {
   out.flush();
 }
 
+/// Where each field of a node stands in a line of one of the two files (-1: not there), in
+/// this order.
+struct NodeColumns {
+  int name, net1, net2, layer, viaType;
+  int length, width, x, y;
+};
+
+// name net1 net2 length width layer viaType
+constexpr NodeColumns kLengthDataColumns{0, 1, 2, 5, 6, 3, 4, -1, -1};
+// name layer net1 net2 x y width length viaType
+constexpr NodeColumns kPGDataColumns{0, 2, 3, 1, 8, 7, 6, 4, 5};
+
+/// Makes the node of one line's words; false when a number does not read.
+bool createNodeFrom(zeNetwork& network, const std::string_view* words, const NodeColumns& columns) {
+  pgnet::NodeFields node;
+  auto number = [words](int column, double& value) {
+    return column < 0 || pgnet::detail::parseDouble(words[column], value);
+  };
+  if (!number(columns.length, node.length) || !number(columns.width, node.width) ||
+      !number(columns.x, node.x) || !number(columns.y, node.y)) {
+    return false;
+  }
+  node.name = words[columns.name];
+  node.net1 = words[columns.net1];
+  node.net2 = words[columns.net2];
+  node.layer = words[columns.layer];
+  node.viaType = words[columns.viaType];
+  network.createNode(node);
+  return true;
+}
+
 }  // namespace
 
 template <size_t kFields, class MakeNode>
@@ -55,20 +86,8 @@ bool zeNetwork::readNodeLines(std::istream& in, MakeNode makeNode) {
 }
 
 bool zeNetwork::readLengthNodes(std::istream& in) {
-  // name net1 net2 length width layer viaType
   return readNodeLines<7>(in, [this](const std::array<std::string_view, 7>& f) {
-    pgnet::NodeFields node;
-    if (!pgnet::detail::parseDouble(f[3], node.length) ||
-        !pgnet::detail::parseDouble(f[4], node.width)) {
-      return false;
-    }
-    node.name = f[0];
-    node.net1 = f[1];
-    node.net2 = f[2];
-    node.layer = f[5];
-    node.viaType = f[6];
-    createNode(node);
-    return true;
+    return createNodeFrom(*this, f.data(), kLengthDataColumns);
   });
 }
 
@@ -86,21 +105,8 @@ bool zeNetwork::readLengthData(std::istream& in) {
 }
 
 bool zeNetwork::readPGData(std::istream& in) {
-  // name layer net1 net2 x y width length viaType
   return readNodeLines<9>(in, [this](const std::array<std::string_view, 9>& f) {
-    pgnet::NodeFields node;
-    if (!pgnet::detail::parseDouble(f[4], node.x) || !pgnet::detail::parseDouble(f[5], node.y) ||
-        !pgnet::detail::parseDouble(f[6], node.width) ||
-        !pgnet::detail::parseDouble(f[7], node.length)) {
-      return false;
-    }
-    node.name = f[0];
-    node.layer = f[1];
-    node.net1 = f[2];
-    node.net2 = f[3];
-    node.viaType = f[8];
-    createNode(node);
-    return true;
+    return createNodeFrom(*this, f.data(), kPGDataColumns);
   });
 }
 

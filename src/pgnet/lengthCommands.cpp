@@ -17,7 +17,25 @@ namespace {
 constexpr const char* kOpenForReading = "%s: Unable to open file %s for reading, in command %s.\n";
 constexpr const char* kOpenForWriting = "%s: Unable to open file %s for writing, in command %s.\n";
 
-bool noArguments(const ArgList* args) { return args == nullptr || args->empty(); }
+/// True when the command has an argument; otherwise logs that `command` requires `what`.
+bool hasArguments(zeAnalyzeNetlist& session, const ArgList* args, const char* command,
+                  const char* what) {
+  if (args != nullptr && !args->empty()) {
+    return true;
+  }
+  session.logMsg(kError, Echo::yes, "%s: %s command requires %s\n", kProgramName, command, what);
+  return false;
+}
+
+/// A command that names a file: its first argument becomes `path`.
+int setPath(zeAnalyzeNetlist& session, const ArgList* args, const char* command, const char* what,
+            std::string& path) {
+  if (!hasArguments(session, args, command, what)) {
+    return 1;
+  }
+  path = (*args)[0];
+  return 0;
+}
 
 /// The two files of a network command and the command each message names.
 struct NetworkFiles {
@@ -51,30 +69,16 @@ bool openNetworkFiles(zeAnalyzeNetlist& session, const NetworkFiles& files, std:
 }  // namespace
 
 int zeAnalyzeNetlist::processLengthDataInputCmd(const ArgList* args) {
-  if (noArguments(args)) {
-    logMsg(kError, Echo::yes, "%s: %s command requires an input file  name.\n", kProgramName,
-           "lengthDataInput");
-    return 1;
-  }
-  lengthDataInputFile = (*args)[0];
-  return 0;
+  return setPath(*this, args, "lengthDataInput", "an input file  name.", lengthDataInputFile);
 }
 
 int zeAnalyzeNetlist::processLengthDataOutputCmd(const ArgList* args) {
-  if (noArguments(args)) {
-    logMsg(kError, Echo::yes, "%s: %s command requires an output file  name.\n", kProgramName,
-           "lengthDataOutput");
-    return 1;
-  }
-  lengthDataOutputFile = (*args)[0];
-  return 0;
+  return setPath(*this, args, "lengthDataOutput", "an output file  name.", lengthDataOutputFile);
 }
 
 int zeAnalyzeNetlist::processSetLayersStackCmd(const ArgList* args) {
-  if (noArguments(args)) {
-    // The message names lengthDataInput; that is its established wording.
-    logMsg(kError, Echo::yes, "%s: %s command requires layers stack as list of layers.\n",
-           kProgramName, "lengthDataInput");
+  // The message names lengthDataInput; that is its established wording.
+  if (!hasArguments(*this, args, "lengthDataInput", "layers stack as list of layers.")) {
     return 1;
   }
   layerStack.insert(layerStack.end(), args->begin(), args->end());
@@ -82,9 +86,7 @@ int zeAnalyzeNetlist::processSetLayersStackCmd(const ArgList* args) {
 }
 
 int zeAnalyzeNetlist::processPowerGridLayersCmd(const ArgList* args) {
-  if (noArguments(args)) {
-    logMsg(kError, Echo::yes, "%s: %s command requires list of power-grid layers as list.\n",
-           kProgramName, "powerGridLayers");
+  if (!hasArguments(*this, args, "powerGridLayers", "list of power-grid layers as list.")) {
     return 1;
   }
   powerGridLayers.insert(args->begin(), args->end());
@@ -92,40 +94,22 @@ int zeAnalyzeNetlist::processPowerGridLayersCmd(const ArgList* args) {
 }
 
 int zeAnalyzeNetlist::processPowerGridRulesInputCmd(const ArgList* args) {
-  if (noArguments(args)) {
-    logMsg(kError, Echo::yes,
-           "%s: %s command requires input file name  for  power-grid rule processing.\n",
-           kProgramName, "powerGridRulesInput");
-    return 1;
-  }
-  powerGridRulesInputFile = (*args)[0];
-  return 0;
+  return setPath(*this, args, "powerGridRulesInput",
+                 "input file name  for  power-grid rule processing.", powerGridRulesInputFile);
 }
 
 int zeAnalyzeNetlist::processPowerGridRulesOutputCmd(const ArgList* args) {
-  if (noArguments(args)) {
-    logMsg(kError, Echo::yes,
-           "%s: %s command requires output file name  for  power-grid rule processing.\n",
-           kProgramName, "powerGridRulesOutput");
-    return 1;
-  }
-  powerGridRulesOutputFile = (*args)[0];
-  return 0;
+  return setPath(*this, args, "powerGridRulesOutput",
+                 "output file name  for  power-grid rule processing.", powerGridRulesOutputFile);
 }
 
 int zeAnalyzeNetlist::processSaveTMeshDataCmd(const ArgList* args) {
-  if (noArguments(args)) {
-    logMsg(kError, Echo::yes, "%s: %s command requires output file name  for saving Mesh data. \n",
-           kProgramName, "saveTMeshData");
-    return 1;
-  }
-  tMeshDataFile = (*args)[0];
-  return 0;
+  return setPath(*this, args, "saveTMeshData", "output file name  for saving Mesh data. ",
+                 tMeshDataFile);
 }
 
 int zeAnalyzeNetlist::processCadGridCmd(const ArgList* args) {
-  if (noArguments(args)) {
-    logMsg(kError, Echo::yes, "%s: %s command requires cadGrid value.\n", kProgramName, "cadGrid");
+  if (!hasArguments(*this, args, "cadGrid", "cadGrid value.")) {
     return 1;
   }
   std::istringstream text((*args)[0]);

@@ -241,23 +241,21 @@ void zeNetwork::findNet1IsTopNet(kraNode* via) {
   if (via == nullptr) {
     return;
   }
-  kraNode* metal = nullptr;
-  getMetalLength(via->edge1, via, metal);
-  if (metal != nullptr) {
+  // The first metal found, through net1 and then through net2, tells which net is on top.
+  kraEdge* const sides[] = {via->edge1, via->edge2};
+  for (int side = 0; side < 2; ++side) {
+    kraNode* metal = nullptr;
+    getMetalLength(sides[side], via, metal);
+    if (metal == nullptr) {
+      continue;
+    }
+    const bool throughNet1 = side == 0;
     if (isTopLayer(via->layer, metal->layer)) {
-      via->net1IsTopNet = 1;
+      via->net1IsTopNet = throughNet1 ? 1 : 0;
     } else if (isBottomLayer(via->layer, metal->layer)) {
-      via->net1IsTopNet = 0;
+      via->net1IsTopNet = throughNet1 ? 0 : 1;
     }
     return;
-  }
-  getMetalLength(via->edge2, via, metal);
-  if (metal != nullptr) {
-    if (isTopLayer(via->layer, metal->layer)) {
-      via->net1IsTopNet = 0;
-    } else if (isBottomLayer(via->layer, metal->layer)) {
-      via->net1IsTopNet = 1;
-    }
   }
 }
 

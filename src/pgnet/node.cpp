@@ -7,46 +7,32 @@
 #include "pgnet/edge.h"
 
 kraCurrDirType getOppositeCurrDir(int dir) {
-  switch (dir) {
-    case kraViaN1toN2:
-      return kraViaN2toN1;
-    case kraViaN2toN1:
-      return kraViaN1toN2;
-    case kraMetalN1toN2:
-      return kraMetalN2toN1;
-    case kraMetalN2toN1:
-      return kraMetalN1toN2;
-    case kraViaInOutFirst:
-      return kraViaInOutSecond;
-    case kraViaInOutSecond:
-      return kraViaInOutFirst;
-    default:
-      return kraNoDir;
+  // The directions come in pairs, each odd one followed by its reverse.
+  if (dir < kraViaN1toN2 || dir > kraViaInOutSecond) {
+    return kraNoDir;
   }
+  return static_cast<kraCurrDirType>(dir % 2 == 1 ? dir + 1 : dir - 1);
 }
 
 uint32_t kraNode::getViaType(std::string_view word) {
+  struct ViaWord {
+    std::string_view word;
+    kraViaType type;
+  };
   // Tested in this order; the words are exact and case-sensitive.
-  if (word == "V") {
-    return kraV;
-  }
-  if (word == "nil") {
-    return kraMetal;
-  }
-  if (word == "viaArray") {
-    return kraViaArray;
-  }
-  if (word == "singleSquareVia") {
-    return kraSingleSquareVia;
-  }
-  if (word == "fracturedVia") {
-    return kraFracturedVia;
-  }
-  if (word == "rectangleVia") {
-    return kraRectangleVia;
-  }
-  if (word == "squareVia") {
-    return kraSquareVia;
+  static constexpr ViaWord kWords[] = {
+      {"V", kraV},
+      {"nil", kraMetal},
+      {"viaArray", kraViaArray},
+      {"singleSquareVia", kraSingleSquareVia},
+      {"fracturedVia", kraFracturedVia},
+      {"rectangleVia", kraRectangleVia},
+      {"squareVia", kraSquareVia},
+  };
+  for (const ViaWord& known : kWords) {
+    if (word == known.word) {
+      return known.type;
+    }
   }
   return kraMetal;
 }

@@ -234,15 +234,17 @@ bool kraJogOrBranchFilter::checkBanchOrJog(kraEdge* edge, kraNode* fromNode) {
     JogFrame& frame = stack.back();
     bool finished = false;
     bool passed = true;
-    if (childReturned) {
-      childReturned = false;
-      if (!childResult) {
-        finished = true;
-        passed = false;
-      } else if (++frame.inside > 0 && frame.outside > 0) {
+    // A node inside the segment counts once its far side passed; a failed far side, or
+    // nodes both inside and outside, fail the frame.
+    auto countInside = [&](bool farSidePassed) {
+      if (!farSidePassed || (++frame.inside > 0 && frame.outside > 0)) {
         finished = true;
         passed = false;
       }
+    };
+    if (childReturned) {
+      childReturned = false;
+      countInside(childResult);
     }
     bool descended = false;
     const std::span<kraNode* const> list = frame.edge->nodes();
@@ -268,13 +270,7 @@ bool kraJogOrBranchFilter::checkBanchOrJog(kraEdge* edge, kraNode* fromNode) {
           }
           nodePassed = state != kFailed;
         }
-        if (!nodePassed) {
-          finished = true;
-          passed = false;
-        } else if (++frame.inside > 0 && frame.outside > 0) {
-          finished = true;
-          passed = false;
-        }
+        countInside(nodePassed);
       } else {
         ++frame.outside;
         if (frame.inside > 0) {
