@@ -48,6 +48,28 @@ void withArgs(zeAnalyzeNetlist& session, const ArgList* args, int&) {
   (session.*kHandler)(args);
 }
 
+/// A handler timed under `kName` (see timedCommand) that takes the argument list alone.
+template <int (zeAnalyzeNetlist::*kHandler)(const ArgList*), const char* kName>
+void timedWithArgs(zeAnalyzeNetlist& session, const ArgList* args, int&) {
+  timedCommand(session, kName, [&] { (session.*kHandler)(args); });
+}
+
+/// A handler that also fills a list for its other callers; the command file drops it.
+template <typename Item, int (zeAnalyzeNetlist::*kHandler)(const ArgList*, std::vector<Item>&)>
+void withDroppedList(zeAnalyzeNetlist& session, const ArgList* args, int&) {
+  std::vector<Item> dropped;
+  (session.*kHandler)(args, dropped);
+}
+
+/// The first argument of a setting that takes a number, or null when it is absent or "nil".
+const char* numberArgument(const ArgList* args) {
+  const char* value = argAt(args, 0);
+  return value != nullptr && std::strcmp(value, "nil") != 0 ? value : nullptr;
+}
+
+constexpr char kLoadNetlist[] = "loadNetlist";
+constexpr char kCheckEM[] = "checkEM";
+
 // The table is tested in this order; the first case-insensitive match runs.
 const Command kCommands[] = {
     {"saveTemperature", "<file>",
@@ -110,23 +132,17 @@ const Command kCommands[] = {
      withArgs<&zeAnalyzeNetlist::processOpenSimDataCmd>},
     {"saveAnalysisInfo", "<file> [-muroDBFile <db>]",
      "writes each analysis with its kind and time range to <file> (needs openSimData)",
-     [](zeAnalyzeNetlist& s, const ArgList* a, int&) {
-       std::vector<std::string> info;
-       s.processSaveAnalysisInfoCmd(a, info);
-     }},
+     withDroppedList<std::string, &zeAnalyzeNetlist::processSaveAnalysisInfoCmd>},
     {"loadNetlist", "<file>",
      "reads the instances to check (name node1 node2 per line); a second file appends",
-     [](zeAnalyzeNetlist& s, const ArgList* a, int&) {
-       timedCommand(s, "loadNetlist", [&] { s.processLoadNetlistCmd(a); });
-     }},
+     timedWithArgs<&zeAnalyzeNetlist::processLoadNetlistCmd, kLoadNetlist>},
     {"selectAnalysis", "<name>",
      "selects the analysis that later commands read (needs openSimData)",
      withArgs<&zeAnalyzeNetlist::processSelectAnalysisCmd>},
     {"durationTime", "<seconds>",
      "peaks must outlast this duration; loadNetlist then reads five columns",
      [](zeAnalyzeNetlist& s, const ArgList* a, int&) {
-       const char* value = argAt(a, 0);
-       if (value != nullptr && std::strcmp(value, "nil") != 0) {
+       if (const char* value = numberArgument(a)) {
          s.durationTime = std::strtod(value, nullptr);
        } else {
          s.logMsg(kError, Echo::yes, "Using default value 0.0 as duration time.\n");
@@ -142,8 +158,7 @@ const Command kCommands[] = {
     {"emRecoveryFactor", "<factor>",
      "run weighs reverse currents with <factor> (unless recoveryFactorFlag is given)",
      [](zeAnalyzeNetlist& s, const ArgList* a, int&) {
-       const char* value = argAt(a, 0);
-       if (value != nullptr && std::strcmp(value, "nil") != 0) {
+       if (const char* value = numberArgument(a)) {
          analysis::processSettings().emRecoveryFactorGiven = true;
          analysis::processSettings().emRecoveryFactor =
              static_cast<float>(std::strtod(value, nullptr));
@@ -175,10 +190,7 @@ const Command kCommands[] = {
      }},
     {"saveResult", "<file>",
      "writes one tab-separated line per instance to <file> (needs loadNetlist)",
-     [](zeAnalyzeNetlist& s, const ArgList* a, int&) {
-       std::vector<zeInstance> saved;
-       s.processSaveResultsCmd(a, saved);
-     }},
+     withDroppedList<zeInstance, &zeAnalyzeNetlist::processSaveResultsCmd>},
     {"windowMode", "exact|legacy",
      "run measures straight lines between samples over exactly [start, stop], or by samples",
      withArgs<&zeAnalyzeNetlist::processWindowModeCmd>, false},
@@ -190,18 +202,13 @@ const Command kCommands[] = {
      withArgs<&zeAnalyzeNetlist::processEmTemperatureCmd>, false},
     {"checkEM", "<rules.toml> <output> [<emir-db>]",
      "checks the run's (or <emir-db>'s) currents against EM rules; writes the verdicts worst first",
-     [](zeAnalyzeNetlist& s, const ArgList* a, int&) {
-       timedCommand(s, "checkEM", [&] { s.processCheckEMCmd(a); });
-     },
-     false},
+     timedWithArgs<&zeAnalyzeNetlist::processCheckEMCmd, kCheckEM>, false},
     {"displayAnalysis", "", "logs the type and name of every analysis (needs openSimData)",
      withArgs<&zeAnalyzeNetlist::processDisplayAnalysisCmd>},
     // Timed under the name "loadNetlist": the reuse is intended.
     {"displaySignals", "[-v]",
      "logs the signals of the selected analysis; -v reads all their values",
-     [](zeAnalyzeNetlist& s, const ArgList* a, int&) {
-       timedCommand(s, "loadNetlist", [&] { s.processDisplaySignalCmd(a); });
-     }},
+     timedWithArgs<&zeAnalyzeNetlist::processDisplaySignalCmd, kLoadNetlist>},
     {"createNetlist", "<file>",
      "writes a netlist that chains the selected analysis' signals to <file>",
      withArgs<&zeAnalyzeNetlist::processCreateNetlistCmd>},
