@@ -27,6 +27,9 @@ namespace {
 
 /// measureOneWaveform's loop without duration or AC threshold pulses, for 0 <= start < n
 /// and an axis of at least n samples (so no read falls outside the vectors).
+/// Its step hand-over (t, raw, d, |d|, d^2 kept for the next step) is written again in
+/// sharedAxisPlainWalk on purpose: each loop keeps its own evaluation order and registers,
+/// which the sums depend on to the last bit and the run's speed depends on.
 template <int kSplit>
 void oneWaveformPlainLoop(const double* x, const double* y, int n, int start, int stop, double ref,
                           PeakTracker& peak, AreaSums& sums) {
@@ -62,6 +65,8 @@ void oneWaveformPlainLoop(const double* x, const double* y, int n, int start, in
 /// measureTwoWaveforms' walk of two waveforms on one shared axis (walkWindow with
 /// SharedAxisWalk) without duration or AC threshold pulses, for len >= 1 and an axis of at
 /// least len samples. Returns the last time reached.
+/// Its step hand-over repeats oneWaveformPlainLoop's on purpose (same order of operations,
+/// registers of its own); see there.
 template <int kSplit>
 double sharedAxisPlainWalk(const double* x, const double* y1, const double* y2, int len,
                            const StatisticsSettings& settings, PeakTracker& peak, AreaSums& sums,
