@@ -27,6 +27,7 @@
 #include "simdata/analysisFilter.h"
 #include "simdata/memoryResults.h"
 #include "simdata/rawBackend.h"
+#include "simdata/resultsReader.h"
 #include "simdata/timeRange.h"
 #include "support/caseTable.h"
 #include "support/testFiles.h"
@@ -124,13 +125,13 @@ std::string settingCommands(const std::string& commands) {
          " qxf=" + std::to_string(session.dataType == zeNetlist::eQXF);
 }
 
-/// The samples the statistics take from a vector written as "<type> <values>".
-std::string samplesOf(const std::string& text) {
-  std::istringstream words(text);
+/// A reader vector written as "<type> <values>" (type f64, f32, i32, i8, complex or code<N>
+/// for a double vector reporting type code N; "null" for none), read up to a ":".
+std::shared_ptr<simdata::MemoryVector> vectorOf(std::istream& words) {
   std::string type, word;
   words >> type;
   std::vector<double> values;
-  while (words >> word) {
+  while (words >> word && word != ":") {
     values.push_back(std::strtod(word.c_str(), nullptr));
   }
   std::shared_ptr<simdata::MemoryVector> vector;
@@ -144,10 +145,17 @@ std::string samplesOf(const std::string& text) {
                                 "v", "", std::vector<int32_t>(values.begin(), values.end()));
   } else if (type != "null") {
     vector = std::make_shared<simdata::MemoryVector>("v", "", values);
-    if (type == "complex") {
-      vector->setTypeOverride(simdata::kComplex);
+    if (type == "complex" || type.starts_with("code")) {
+      vector->setTypeOverride(type == "complex" ? simdata::kComplex : std::stoi(type.substr(4)));
     }
   }
+  return vector;
+}
+
+/// The samples the statistics take from a vector.
+std::string samplesOf(const std::string& text) {
+  std::istringstream words(text);
+  const std::shared_ptr<simdata::MemoryVector> vector = vectorOf(words);
   std::vector<double> scratch;
   const analysis::Samples samples = analysis::samplesOf(vector.get(), scratch);
   EXPECT_EQ(samples[-1] + samples[samples.size()], 0.0);  // outside reads as 0
@@ -157,6 +165,18 @@ std::string samplesOf(const std::string& text) {
   }
   const bool own = samples.size() > 0 && samples.data() == vector->doubles().data();
   return shown + (own ? " own memory" : "");
+}
+
+/// One element of a vector ("<vector> : <index>") and what reading it prints.
+std::string dataVectorAt(const std::string& text) {
+  std::istringstream words(text);
+  const std::shared_ptr<simdata::MemoryVector> vector = vectorOf(words);
+  int index = 0;
+  words >> index;
+  testing::internal::CaptureStdout();
+  const double value = simdata::getDataVectorAt(vector.get(), index);
+  const std::string printed = testing::internal::GetCapturedStdout();
+  return shortest(value) + (printed.empty() ? "" : " printed '" + printed + "'");
 }
 
 using Rule = std::function<std::string(const std::string&)>;
@@ -245,6 +265,7 @@ const std::map<std::string, Rule>& rules() {
        }},
       {"sweepTime", sweepTime},
       {"samplesOf", samplesOf},
+      {"dataVectorAt", dataVectorAt},
       {"timeIndices", timeIndices},
       {"settingCommands", settingCommands},
       {"parseInteger", integerOrRefused<int32_t>},
