@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -11,6 +10,7 @@
 
 #include "pgnet/network.h"
 #include "pgnet/networkBuilder.h"
+#include "support/caseTable.h"
 #include "support/testFiles.h"
 
 using pgnet_test::build;
@@ -18,57 +18,34 @@ using pgnet_test::lengthOutput;
 
 namespace {
 
-/// One case of tests/data/pgnet/lengths.txt.
-struct LengthCase {
-  std::string title, input, error, output;
-  bool currentDirection = false, totalSum = false;
-};
-
-std::vector<LengthCase> readCases() {
-  std::ifstream file(KRA2_SOURCE_DIR "/tests/data/pgnet/lengths.txt");
-  std::vector<LengthCase> cases;
-  for (std::string line; std::getline(file, line);) {
-    const std::string word = line.substr(0, line.find(' '));
-    if (word.empty() || word[0] == '#') {
-      continue;
+/// The key's words joined by `separator`, %XX escapes decoded, one line per occurrence.
+std::string lines(const testing_support::TableCase& c, const std::string& key,
+                  const std::string& separator, const std::string& end) {
+  std::string text;
+  for (const std::vector<std::string>& words : c.all(key)) {
+    for (size_t i = 0; i < words.size(); ++i) {
+      text += (i > 0 ? separator : "") + testing_support::unescapePercent(words[i]);
     }
-    const std::string rest = line.size() > word.size()
-                                 ? testing_support::unescapePercent(line.substr(word.size() + 1))
-                                 : "";
-    if (word == "case") {
-      cases.push_back({rest, "", "", ""});
-    } else if (word == "flags") {
-      cases.back().currentDirection = rest.find("currentDirection") != std::string::npos;
-      cases.back().totalSum = rest.find("totalSum") != std::string::npos;
-    } else if (word == "in" || word == "last") {
-      cases.back().input += rest + (word == "in" ? "\n" : "");
-    } else if (word == "error") {
-      cases.back().error = "Error in calculating length data.\nAt parsing line " + rest;
-    } else if (word == "out") {
-      std::istringstream fields(rest);
-      std::string field, joined;
-      while (fields >> field) {
-        joined += (joined.empty() ? "" : "\t") + field;
-      }
-      cases.back().output += joined + "\n";
-    }
+    text += end;
   }
-  return cases;
+  return text;
 }
 
 TEST(Lengths, CasesOfTheTable) {
-  const std::vector<LengthCase> cases = readCases();
+  const auto cases = testing_support::readCaseTable("pgnet/lengths.txt");
   ASSERT_EQ(cases.size(), 29u);
-  for (const LengthCase& c : cases) {
-    SCOPED_TRACE(c.title);
+  for (const testing_support::TableCase& c : cases) {
+    SCOPED_TRACE(c.name);
     zeNetwork network(0.001, false);
     network.setLayerStack({"V12", "M2", "M1"});
-    network.evalCurrentDirection = c.currentDirection;
-    network.evalTotalSum = c.totalSum;
-    std::istringstream in(c.input);
-    EXPECT_EQ(network.readLengthData(in), c.error.empty());
-    EXPECT_EQ(network.errorMessage, c.error);
-    EXPECT_EQ(lengthOutput(network), c.output);
+    network.evalCurrentDirection = c.text("flags").find("currentDirection") != std::string::npos;
+    network.evalTotalSum = c.text("flags").find("totalSum") != std::string::npos;
+    std::istringstream in(lines(c, "in", " ", "\n") + lines(c, "last", " ", ""));
+    const std::string error = lines(c, "error", " ", "");
+    EXPECT_EQ(network.readLengthData(in), error.empty());
+    EXPECT_EQ(network.errorMessage,
+              error.empty() ? "" : "Error in calculating length data.\nAt parsing line " + error);
+    EXPECT_EQ(lengthOutput(network), lines(c, "out", "\t", "\n"));
   }
 }
 
