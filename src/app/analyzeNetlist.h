@@ -49,6 +49,9 @@ class zeAnalyzeNetlist {
   int processCommandFile();
   void collectInput();
   void processCleanup();
+  /// Writes out what the log and standard output hold so far: done after every command, so
+  /// that a process killed later leaves everything said up to then on disk.
+  void flushLog();
   void setDataType(zeNetlist::eSimDataType type) { dataType = type; }
   void setACAnalysis(bool on);
   /// The interpreter's ignore setting for the command file being read.

@@ -9,6 +9,7 @@
 #include "analysis/settings.h"
 #include "app/analyzeNetlist.h"
 #include "app/commandTable.h"
+#include "simdata/fileChanges.h"
 #include "support/text.h"
 
 namespace {
@@ -317,6 +318,7 @@ int zeAnalyzeNetlist::processCommandFile() {
       continue;
     }
     runCommand(commandWord_);
+    flushLog();
     if (strcasecmp(commandWord_, "done") == 0) {
       args_.reset();
       return 0;
@@ -330,7 +332,12 @@ void zeAnalyzeNetlist::runCommand(const char* word) {
       if (strict) {
         warnBeforeCommand(word);
       }
-      command.run(*this, args_.get(), ignoreSign_);
+      try {
+        command.run(*this, args_.get(), ignoreSign_);
+      } catch (const simdata::FileChanged& changed) {
+        // A results file changed under the command: its reads are void, the session is not.
+        logMsg(kError, Echo::yes, "%s\n", changed.what());
+      }
       if (strict && strcasecmp(word, "done") != 0) {
         warnAfterCommand(word);
       }

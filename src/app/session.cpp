@@ -132,6 +132,13 @@ void zeAnalyzeNetlist::processCleanup() {
   resultsDir.reset();
 }
 
+void zeAnalyzeNetlist::flushLog() {
+  if (logFile) {
+    std::fflush(logFile.get());
+  }
+  std::fflush(stdout);
+}
+
 void zeAnalyzeNetlist::setACAnalysis(bool on) { analysis::processSettings().ACAnalysis = on; }
 
 void zeAnalyzeNetlist::logWriteError(const std::string& path) {

@@ -8,6 +8,8 @@
 #include <string>
 #include <string_view>
 
+#include "simdata/fileChanges.h"
+
 namespace simdata {
 
 /// Whether `path` names a file this process holds mapped. Such a file must not be truncated
@@ -30,8 +32,13 @@ class MappedFile {
   MappedFile& operator=(MappedFile&& other) noexcept;
 
   /// Maps the file; false with `error` set when it cannot be opened or mapped. An empty file
-  /// maps to an empty view.
+  /// maps to an empty view. A page found past the file's end when read (the file shrank) reads
+  /// as zeros instead of killing the process, and faultOffset() tells.
   bool open(const std::string& path, std::string& error);
+  /// The byte offset of the first page read past the file's end, or std::string::npos.
+  size_t faultOffset() const;
+  /// The file as it was when mapped.
+  const FileStamp& stamp() const { return stamp_; }
   const char* data() const { return data_; }
   size_t size() const { return size_; }
   std::string_view view() const { return {data_ != nullptr ? data_ : "", size_}; }
@@ -40,8 +47,8 @@ class MappedFile {
   void unmap();
   const char* data_ = nullptr;
   size_t size_ = 0;
-  dev_t device_ = 0;
-  ino_t inode_ = 0;
+  FileStamp stamp_;
+  int guardSlot_ = -1;
 };
 
 }  // namespace simdata

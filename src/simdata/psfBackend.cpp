@@ -117,7 +117,8 @@ class PsfDataset : public FileDataset {
   mutable std::optional<Sweep> sweep_;
 };
 
-/// Reads a whole PSF ASCII file; null with `error` set when it cannot be read.
+/// Reads a whole PSF ASCII file; null with `error` set when it cannot be read. Throws
+/// FileChanged when the file changed while it was read.
 std::shared_ptr<const psf::PsfData> readPsfFile(const std::string& path, std::string& error) {
   MappedFile map;
   std::string mapError;
@@ -126,10 +127,9 @@ std::shared_ptr<const psf::PsfData> readPsfFile(const std::string& path, std::st
     return nullptr;
   }
   auto data = std::make_shared<psf::PsfData>();
-  if (!psf::parsePsf(map.view(), path, *data, error)) {
-    return nullptr;
-  }
-  return data;
+  const bool parsed = psf::parsePsf(map.view(), path, *data, error);
+  throwIfChanged(path, map.stamp(), map.faultOffset());
+  return parsed ? data : nullptr;
 }
 
 std::string analysisTypeOf(const psf::PsfData& data, const std::string& fileName) {

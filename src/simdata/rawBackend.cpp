@@ -141,7 +141,12 @@ class RawDataset : public FileDataset {
         return false;
       }
     }
-    raw::streamColumns(recordLayout(), columns, visit);
+    // Each chunk is checked before it is used: a file cut short reads as zeros past its end.
+    raw::streamColumns(recordLayout(), columns,
+                       [&](size_t first, size_t count, std::span<const double* const> values) {
+                         file_->checkUnchanged();
+                         visit(first, count, values);
+                       });
     return true;
   }
 
@@ -253,6 +258,7 @@ class RawDataset : public FileDataset {
       std::string error;
       store_ = raw::ColumnStore::build(recordLayout(), raw::columnStoreSettings(), error);
       storeFailed_ = !store_;
+      file_->checkUnchanged();
     }
     return store_.get();
   }
@@ -288,6 +294,7 @@ class RawDataset : public FileDataset {
         const int column = 0;
         double* out = buffer.data.get();
         file_->gather(plot_, {&column, 1}, {&out, 1});
+        file_->checkUnchanged();
         scale_ = makeVector(0, columnOf(buffer));
       }
     }
@@ -357,6 +364,7 @@ class RawDataset : public FileDataset {
       floatOutputs[k] = floatBuffers[k].data.get();
     }
     file_->gatherFloats(plot_, floatColumns, floatOutputs);
+    file_->checkUnchanged();
     for (size_t k = 0; k < doubleColumns.size(); ++k) {
       auto vector = makeVector(doubleColumns[k], columnOf(doubleBuffers[k]));
       if (doubleColumns[k] == 0) {
@@ -401,6 +409,9 @@ class RawDataset : public FileDataset {
           values[i] = ViewValue::scalarValue(variables[static_cast<size_t>(columns[i])].name,
                                              labels_, file_->valueAt(plot_, columns[i], 0));
         }
+      }
+      if (!plot_.decoded) {
+        file_->checkUnchanged();
       }
       return values;
     }

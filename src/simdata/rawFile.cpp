@@ -55,11 +55,14 @@ std::shared_ptr<const RawFile> RawFile::open(const std::string& path, std::strin
     error = path + ": " + mapError;
     return nullptr;
   }
-  if (!parsePlots(file->map_.view(), path, file->plots_, error, &file->warnings_)) {
-    return nullptr;
-  }
-  return file;
+  const bool parsed = parsePlots(file->map_.view(), path, file->plots_, error, &file->warnings_);
+  // A file cut short while it was parsed reads as zeros at the end: that, not the parse
+  // error the zeros may have caused, is what to report.
+  file->checkUnchanged();
+  return parsed ? file : nullptr;
 }
+
+void RawFile::checkUnchanged() const { throwIfChanged(path_, map_.stamp(), map_.faultOffset()); }
 
 double RawFile::valueAt(const Plot& plot, int v, int p) const {
   if (v < 0 || v >= plot.variableCount() || p < 0 || p >= plot.points) {

@@ -107,13 +107,17 @@ bool parsePlots(std::string_view bytes, const std::string& path, std::vector<Plo
 /// A mapped raw file and its plots.
 class RawFile {
  public:
-  /// Maps and parses the file; null with `error` set when it cannot be read.
+  /// Maps and parses the file; null with `error` set when it cannot be read. Throws
+  /// FileChanged when the file changed while it was parsed.
   static std::shared_ptr<const RawFile> open(const std::string& path, std::string& error);
 
   const std::string& path() const { return path_; }
   const std::vector<Plot>& plots() const { return plots_; }
   /// The mapped bytes of the whole file.
   std::string_view bytes() const { return map_.view(); }
+  /// Throws FileChanged when the file is no longer as it was opened (shorter, longer,
+  /// rewritten or replaced): what was read from it since may be wrong.
+  void checkUnchanged() const;
   /// What the parser found worth reporting although the file was read (see parsePlots).
   const std::vector<std::string>& warnings() const { return warnings_; }
 
