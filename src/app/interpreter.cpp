@@ -23,9 +23,6 @@ struct Command {
   const char* arguments;
   const char* summary;
   Handler run;
-  /// False for the opt-in commands that the help text leaves out, so that its text stays as
-  /// it is; the README documents them.
-  bool listed = true;
 };
 
 /// Runs a handler between two wall-clock readings and reports the time under `name`.
@@ -194,16 +191,16 @@ const Command kCommands[] = {
      withDroppedList<zeInstance, &zeAnalyzeNetlist::processSaveResultsCmd>},
     {"windowMode", "exact|legacy",
      "run measures straight lines between samples over exactly [start, stop], or by samples",
-     withArgs<&zeAnalyzeNetlist::processWindowModeCmd>, false},
+     withArgs<&zeAnalyzeNetlist::processWindowModeCmd>},
     {"saveResultTable", "<file.csv>",
      "writes the results as CSV with a header row and their provenance (needs loadNetlist)",
-     withArgs<&zeAnalyzeNetlist::processSaveResultTableCmd>, false},
+     withArgs<&zeAnalyzeNetlist::processSaveResultTableCmd>},
     {"emTemperature", "<degC>",
      "deg C of checkEM's derating (else saveTemperature's, else the rules' reference)",
-     withArgs<&zeAnalyzeNetlist::processEmTemperatureCmd>, false},
+     withArgs<&zeAnalyzeNetlist::processEmTemperatureCmd>},
     {"checkEM", "<rules.toml> <output> [<emir-db>]",
      "checks the run's (or <emir-db>'s) currents against EM rules; writes the verdicts worst first",
-     timedWithArgs<&zeAnalyzeNetlist::processCheckEMCmd, kCheckEM>, false},
+     timedWithArgs<&zeAnalyzeNetlist::processCheckEMCmd, kCheckEM>},
     {"displayAnalysis", "", "logs the type and name of every analysis (needs openSimData)",
      withArgs<&zeAnalyzeNetlist::processDisplayAnalysisCmd>},
     // Timed under the name "loadNetlist": the reuse is intended.
@@ -220,9 +217,7 @@ const Command kCommands[] = {
 std::vector<app::CommandHelp> app::commandReference() {
   std::vector<CommandHelp> reference;
   for (const Command& command : kCommands) {
-    if (command.listed) {
-      reference.push_back({command.word, command.arguments, command.summary});
-    }
+    reference.push_back({command.word, command.arguments, command.summary});
   }
   return reference;
 }
