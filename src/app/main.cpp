@@ -1,168 +1,44 @@
-// Process entry: the command line, the -v banner, and the one session of the run.
+// Process entry: the command line and the one session of the run.
 
-#include <unistd.h>
-
-#include <algorithm>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <exception>
 #include <memory>
-#include <string>
 
 #include "app/analyzeNetlist.h"
-#include "app/commandTable.h"
-#include "app/version.h"
+#include "app/commandLine.h"
 #include "simdata/resultsReader.h"
 
 namespace {
 
-constexpr const char* kUsage = "kra2 -cmd <cmd-file> -log <log-file> ";
-
-/// The fields the -v banner is built from.
-struct ToolVersion {
-  char executable[101];
-  char product[101];
-  char bitness[101];
-  char description[101];
-  char version[101];
-  char buildDate[101];
-  char banner[1025];
-};
-
-void copyField(char (&field)[101], const char* text) {
-  std::snprintf(field, sizeof field, "%s", text);
-}
-
-void printBanner() {
-  ToolVersion tool{};
-  copyField(tool.executable, "kra2");
-  copyField(tool.product, "simulation data reader");
-  copyField(tool.bitness, sizeof(void*) == 8 ? "64-bit" : "32-bit");
-  copyField(tool.description, "muro/telo wrapper over simulation data");
-  copyField(tool.version, KRA2_VERSION_TEXT);
-  copyField(tool.buildDate, KRA2_BUILD_DATE_TEXT);
-  const std::string dashes(65, '-');
-  std::snprintf(tool.banner, sizeof tool.banner,
-                "%s\nName        : %s - %s - (%s)\nDescription : %s\nVersion     : %s\n"
-                "Build Date  : %s\n%s\n%s\n\n%s\n",
-                dashes.c_str(), tool.executable, tool.product, tool.bitness, tool.description,
-                tool.version, tool.buildDate, dashes.c_str(),
-                "Copyright (c) 2026 the kra2 developers.",
-                "This program is provided under the terms of its licence, without warranty.");
-  std::printf("%s\n", tool.banner);
-}
-
-void printUsage() { std::printf("Usage: %s\n", kUsage); }
-
-/// The help text: usage, options, and one line per command of the interpreter's table.
-void printHelp() {
-  printUsage();
-  std::printf(
-      "\nOptions:\n"
-      "  -cmd <cmd-file>  the command file (a bare argument names it too)\n"
-      "  -log <log-file>  the log file (default kra2.log, overwritten)\n"
-      "  -strict          exit 1 when an ERROR was logged, 2 when the command file cannot be\n"
-      "                   read; warn about input that is otherwise taken in silence\n"
-      "  -v               the version banner (alone)\n"
-      "  -h, --help       this text (alone)\n"
-      "  --version        the version in one line (alone)\n"
-      "\nCommands (one per line; the word ignores case; '#' starts a comment line; done, an\n"
-      "empty line or the end of the file ends the run):\n");
-  for (const app::CommandHelp& command : app::commandReference()) {
-    const std::string_view gap = command.arguments.empty() ? "" : " ";
-    std::printf("  %.*s%.*s%.*s\n      %.*s\n", static_cast<int>(command.word.size()),
-                command.word.data(), static_cast<int>(gap.size()), gap.data(),
-                static_cast<int>(command.arguments.size()), command.arguments.data(),
-                static_cast<int>(command.summary.size()), command.summary.data());
-  }
-}
-
 /// Runs the command file; the exit status is 0 unless strict mode asks for 2 (no readable
 /// command file) or 1 (an ERROR was logged).
-int runSession(const char* cmdFileName, const char* logFileName, bool strict) {
+int runSession(const app::CommandLine& line) {
   auto session = std::make_unique<zeAnalyzeNetlist>();
-  session->strict = strict;
-  if (session->init(cmdFileName, logFileName, false) != 0) {
-    return strict ? 2 : 0;
+  session->strict = line.strict;
+  if (session->init(line.cmdFileName, line.logFileName, false) != 0) {
+    return line.strict ? 2 : 0;
   }
   session->processCommandFile();
-  return strict && session->errorCount > 0 ? 1 : 0;
-}
-
-/// Takes -strict out of the arguments wherever it stands; the rest keep their meaning.
-bool takeStrictOption(int& argc, char** argv) {
-  char** kept = std::remove_if(argv + 1, argv + argc,
-                               [](const char* arg) { return std::strcmp(arg, "-strict") == 0; });
-  const bool found = kept != argv + argc;
-  argc = static_cast<int>(kept - argv);
-  return found;
-}
-
-// Idle OpenMP threads spin before they sleep by default. On a farm machine shared with other
-// jobs that spinning steals the time slices the working threads need (a run took a third as
-// long again under load), so kra2 asks for sleeping threads unless the user chose otherwise.
-// libgomp reads its environment once, before main, so the choice takes effect by starting
-// the program again with it; where that fails the run goes on spinning, which is only slower.
-void preferSleepingThreads(char** argv) {
-  if (std::getenv("OMP_WAIT_POLICY") != nullptr) {
-    return;
-  }
-  setenv("OMP_WAIT_POLICY", "passive", 0);
-  execv("/proc/self/exe", argv);
+  return line.strict && session->errorCount > 0 ? 1 : 0;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  preferSleepingThreads(argv);
-  const bool strict = takeStrictOption(argc, argv);
-  if (argc == 1) {
-    printUsage();
-    return 0;
-  }
-  if (argc == 2 && std::strcmp(argv[1], "-v") == 0) {
-    printBanner();
-    return 0;
-  }
-  if (argc == 2 && (std::strcmp(argv[1], "-h") == 0 || std::strcmp(argv[1], "--help") == 0)) {
-    printHelp();
-    return 0;
-  }
-  if (argc == 2 && std::strcmp(argv[1], "--version") == 0) {
-    std::printf("kra2 %s\n", KRA2_VERSION_TEXT);
-    return 0;
-  }
-  const char* cmdFileName = nullptr;
-  const char* logFileName = "kra2.log";
-  for (int i = 1; i < argc; ++i) {
-    if (std::strcmp(argv[i], "-log") == 0) {
-      if (i + 1 == argc) {
-        std::printf("Error: Missing log-file argument\n\n");
-        printUsage();
-        return 0;
-      }
-      logFileName = argv[++i];
-    } else if (std::strcmp(argv[i], "-cmd") == 0) {
-      if (i + 1 == argc) {
-        std::printf("Error: Missing cmd-file argument\n\n");
-        printUsage();
-        return 0;
-      }
-      cmdFileName = argv[++i];
-    } else {
-      cmdFileName = argv[i];
-    }
+  app::preferSleepingThreads(argv);
+  const app::CommandLine line = app::readCommandLine(argc, argv);
+  if (line.answered) {
+    return *line.answered;
   }
   if (!simdata::initialise() && simdata::lastErrorCode() != 0) {
     const char* text = simdata::lastErrorText();
     std::printf("%s\n", text != nullptr ? text : "");
   }
   try {
-    return runSession(cmdFileName, logFileName, strict);
+    return runSession(line);
   } catch (const std::exception& error) {
     std::printf("%s: %s\n", "kra2", error.what());
   } catch (...) {
   }
-  return strict ? 1 : 0;
+  return line.strict ? 1 : 0;
 }
