@@ -8,8 +8,11 @@ CMAKE_ARGS ?=
 # Debian's interpreter, which has numpy and matplotlib (the report needs them).
 PYTHON     ?= /usr/bin/python3
 
+# Open MPI builds and tests kra2-mpi; without it the rest builds and tests the same.
+MPI_PACKAGES := openmpi-bin libopenmpi-dev
 PACKAGES := cmake ninja-build g++ libgtest-dev libgmock-dev libcli11-dev python3 python3-numpy \
-            pybind11-dev python3-dev python3-matplotlib chromium libtomlplusplus-dev
+            pybind11-dev python3-dev python3-matplotlib chromium libtomlplusplus-dev \
+            $(MPI_PACKAGES)
 
 .PHONY: deps configure build demo test test-sanitize bench clean fuzz fuzz-short fuzz-deps format format-check package
 

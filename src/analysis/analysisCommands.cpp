@@ -15,6 +15,7 @@
 #include "analysis/netlist.h"
 #include "analysis/resultTable.h"
 #include "analysis/runLoop.h"
+#include "analysis/sharedRun.h"
 #include "analysis/sources.h"
 #include "app/analyzeNetlist.h"
 
@@ -118,7 +119,13 @@ int zeAnalyzeNetlist::processRunCmd(const ArgList* args, int ignoreSign) {
   const double stopGiven = std::strtod(argAt(args, 1), nullptr);
   // So that a sample exactly at the stop time is inside the window.
   stopTime = stopGiven + 1e-12;
-  if (!analysisSelected()) {
+  const bool selected = analysisSelected();
+  // Every process of a shared run gets here; they agree before any of them reads.
+  if (runExchange != nullptr && !runExchange->agree(analysis::readinessOf(
+                                    selected ? analysis : nullptr, instances.instances))) {
+    return 1;
+  }
+  if (!selected) {
     return 1;
   }
   analysis::StatisticsSettings settings = analysis::detail::settingsOf(*this, ignoreSign);
@@ -132,7 +139,10 @@ int zeAnalyzeNetlist::processRunCmd(const ArgList* args, int ignoreSign) {
   if (sourceValuesEnabled()) {
     populateResToWatt();
   }
-  const int failed = analysis::runInstances(*analysis, instances.instances, settings, log);
+  const int failed = runExchange != nullptr
+                         ? analysis::runSharedInstances(*analysis, instances.instances, settings,
+                                                        log, *runExchange)
+                         : analysis::runInstances(*analysis, instances.instances, settings, log);
   if (failed >= 1) {
     logMsg(kWarning, Echo::yes, "%d instances failed, please see the log file.\n", failed);
   }

@@ -86,8 +86,10 @@ void measureBatch(const std::vector<zeInstance>& list, int begin, const simdata:
   }
 }
 
-/// Reads the values of one batch's signals in one call and measures and stores its
-/// instances; returns the number that failed.
+}  // namespace
+
+namespace detail {
+
 int readBatch(simdata::Dataset& dataset, int first, int count, std::vector<zeInstance>& list,
               const simdata::SignalList& signals, const StatisticsSettings& settings,
               RunObserver& observer) {
@@ -117,7 +119,7 @@ int readBatch(simdata::Dataset& dataset, int first, int count, std::vector<zeIns
   return failed;
 }
 
-}  // namespace
+}  // namespace detail
 
 int runInstances(simdata::Dataset& dataset, std::vector<zeInstance>& instances,
                  const StatisticsSettings& settings, RunObserver& observer) {
@@ -148,7 +150,8 @@ int runInstances(simdata::Dataset& dataset, std::vector<zeInstance>& instances,
       const detail::BatchLookup lookup =
           detail::lookUpBatch(dataset, first, count, instances, true);
       detail::reportLookup(observer, lookup);
-      failed += readBatch(dataset, first, count, instances, *lookup.signals, settings, observer);
+      failed +=
+          detail::readBatch(dataset, first, count, instances, *lookup.signals, settings, observer);
     }
     observer.batchDone(end, failed, total);
     if (lastBatch) {

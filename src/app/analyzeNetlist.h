@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <ctime>
+#include <functional>
 #include <iosfwd>
 #include <map>
 #include <memory>
@@ -29,6 +30,9 @@ class Geometry;
 struct Findings;
 struct Rules;
 }  // namespace em
+namespace analysis {
+class RunExchange;
+}
 
 class zeAnalyzeNetlist {
  public:
@@ -165,6 +169,12 @@ class zeAnalyzeNetlist {
   bool strict = false;
   /// Number of ERROR messages logged, for strict mode's exit status.
   int errorCount = 0;
+
+  /// Set by a driver whose processes share each run (kra2-mpi); null runs alone.
+  analysis::RunExchange* runExchange = nullptr;
+  /// Set by such a driver to see every message logged (severity and text), so that it can
+  /// tell why one of its processes could not follow the others.
+  std::function<void(int severity, const char* text)> logListener;
 
  private:
   void runCommand(const char* word);

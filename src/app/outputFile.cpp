@@ -13,9 +13,20 @@ bool mayOverwrite(const char* path) {
   return true;
 }
 
+namespace {
+
+bool outputsDiscarded = false;
+
+}  // namespace
+
+void discardOutputs() { outputsDiscarded = true; }
+
+const char* outputTarget(const char* path) { return outputsDiscarded ? "/dev/null" : path; }
+
 OutputFile::OutputFile(const char* path, const char* mode)
     : path_(path != nullptr ? path : ""),
-      file_(path != nullptr && mayOverwrite(path) ? std::fopen(path, mode) : nullptr) {}
+      file_(path != nullptr && mayOverwrite(path) ? std::fopen(outputTarget(path), mode)
+                                                  : nullptr) {}
 
 OutputFile::~OutputFile() { close(); }
 

@@ -15,6 +15,14 @@ inline constexpr const char* kWriteErrorText = "%s: error writing output file %s
 /// then fails like any other, with the command's own message, and the file is kept).
 bool mayOverwrite(const char* path);
 
+/// Sends every output file of this process to the null device from now on: the processes of
+/// a shared run other than the first run every command, and the first alone writes.
+void discardOutputs();
+
+/// Where a command writes the output named `path`: the path itself, or the null device once
+/// outputs are discarded.
+const char* outputTarget(const char* path);
+
 /// A file a command writes, opened with a stdio mode. Closing tells whether every byte written
 /// reached the file; the destructor closes without telling (for paths that wrote nothing).
 class OutputFile {

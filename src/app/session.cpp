@@ -83,6 +83,9 @@ void zeAnalyzeNetlist::out_log(int severity, const char* text, Echo echo) {
   if (severity == kError) {
     ++errorCount;
   }
+  if (logListener) {
+    logListener(severity, text);
+  }
   const char* prefix = severityPrefix(severity);
   if (logFile) {
     std::fputs(prefix, logFile.get());

@@ -56,7 +56,8 @@ bool openNetworkFiles(zeAnalyzeNetlist& session, const NetworkFiles& files, std:
     return false;
   }
   if (mayOverwrite(files.outputPath.c_str())) {
-    output.open(files.outputPath, std::ios::out | std::ios::trunc | std::ios::binary);
+    output.open(outputTarget(files.outputPath.c_str()),
+                std::ios::out | std::ios::trunc | std::ios::binary);
   }
   if (!output.is_open()) {
     session.logMsg(kError, Echo::yes, kOpenForWriting, kProgramName, files.outputPath.c_str(),

@@ -46,6 +46,13 @@ InstanceOutcome freshOutcome();
 /// ignore setting asks.
 void storeOutcome(InstanceOutcome&& outcome, int ignoreSign, zeInstance& instance);
 
+/// Reads the values of one batch's signals in one call and measures and stores its
+/// instances; returns the number that failed (the whole batch when the read failed, which the
+/// observer is told).
+int readBatch(simdata::Dataset& dataset, int first, int count, std::vector<zeInstance>& list,
+              const simdata::SignalList& signals, const StatisticsSettings& settings,
+              RunObserver& observer);
+
 /// A run measured in one pass over the data: the lookups of every batch (reported when the
 /// run reaches the batch) and the measures of every instance.
 struct StreamedRun {
